@@ -1,0 +1,191 @@
+#include "orvCommon/Communication/Connection.h"
+
+#include "orvCommon/Communication/Format.h"
+#include "orvCommon/Communication/ICommand.h"
+#include "orvCommon/Communication/V2Command.h"
+
+#include <QLoggingCategory>
+
+Q_LOGGING_CATEGORY(lcChannel, "orv.channel")
+
+namespace Orv::Common::Communication {
+
+namespace Header = Commands::Format::Header;
+
+Connection::Connection(const QString& serverName, const QString& sessionId, int connectionType,
+                       QObject* parent)
+    : QObject(parent), m_serverName(serverName), m_sessionId(sessionId),
+      m_connectionType(connectionType)
+{
+}
+
+QString Connection::nextExchangeId()
+{
+    return QString::number(++m_counter);
+}
+
+void Connection::send(ICommand* command)
+{
+    command->m_exchangeId = nextExchangeId();
+    QJsonObject message = command->request().object();
+    message.insert(QLatin1String(Header::Type::Key), QLatin1String(Header::Type::Request));
+    message.insert(QLatin1String(Header::Command), command->name());
+    message.insert(QLatin1String(Header::Id), command->m_exchangeId);
+    message.insert(QLatin1String(Header::SessionId), m_sessionId);
+    message.insert(QLatin1String(Header::ConnectionType::key), m_connectionType);
+    if (!message.value(QLatin1String(Header::Params)).isObject())
+        message.insert(QLatin1String(Header::Params), QJsonObject());
+    enqueue(command->m_exchangeId, command, message);
+}
+
+void Connection::send(V2::Command* command)
+{
+    command->m_exchangeId = nextExchangeId();
+    QJsonObject message;
+    message.insert(QLatin1String(Header::Type::Key), QLatin1String(Header::Type::RequestV2));
+    message.insert(QLatin1String(Header::CommandId), command->commandId().toString());
+    message.insert(QLatin1String(Header::Id), command->m_exchangeId);
+    message.insert(QLatin1String(Header::SessionId), m_sessionId);
+    message.insert(QLatin1String(Header::TypedRequest),
+                   command->request() ? command->request()->toJson() : QJsonObject());
+    enqueue(command->m_exchangeId, command, message);
+}
+
+void Connection::post(const QJsonObject& message)
+{
+    m_outbox.append(encodeFrame(message));
+    ensureConnected();
+    flush();
+}
+
+void Connection::subscribe()
+{
+    if (m_subscribed)
+        return;
+    m_subscribed = true;
+    post({{QLatin1String(Header::Type::Key), QLatin1String(Header::Type::Subscribe)},
+          {QLatin1String(Header::SessionId), m_sessionId}});
+}
+
+void Connection::forget(const QString& exchangeId)
+{
+    m_pending.remove(exchangeId);
+}
+
+void Connection::enqueue(const QString& exchangeId, QObject* command, QJsonObject message)
+{
+    const QByteArray frame = encodeFrame(message);
+    if (frame.size() - kFrameHeaderSize > static_cast<int>(kMaxFrameSize)) {
+        m_pending.insert(exchangeId, command);
+        failAll(QStringLiteral("The request is larger than the channel allows"));
+        return;
+    }
+    m_pending.insert(exchangeId, command);
+    m_outbox.append(frame);
+    ensureConnected();
+    flush();
+}
+
+void Connection::ensureConnected()
+{
+    if (m_socket)
+        return;
+    m_socket = new QLocalSocket(this);
+    connect(m_socket, &QLocalSocket::readyRead, this, &Connection::onReadyRead);
+    connect(m_socket, &QLocalSocket::connected, this, &Connection::flush);
+    connect(m_socket, &QLocalSocket::disconnected, this, &Connection::onDisconnected);
+    connect(m_socket, &QLocalSocket::errorOccurred, this,
+            &Connection::onSocketError);
+    m_socket->connectToServer(m_serverName);
+}
+
+void Connection::flush()
+{
+    if (!m_socket || m_socket->state() != QLocalSocket::ConnectedState)
+        return;
+    for (const QByteArray& frame : qAsConst(m_outbox))
+        m_socket->write(frame);
+    m_outbox.clear();
+}
+
+void Connection::onReadyRead()
+{
+    m_reader.append(m_socket->readAll());
+    for (;;) {
+        QJsonObject message;
+        switch (m_reader.next(&message)) {
+        case FrameReader::Result::NeedMore:
+            return;
+        case FrameReader::Result::Frame:
+            dispatch(message);
+            break;
+        case FrameReader::Result::TooLarge:
+        case FrameReader::Result::Malformed:
+            qCWarning(lcChannel) << "The service sent a frame that cannot be read; closing";
+            failAll(QStringLiteral("The backup service sent a message that cannot be read"));
+            return;
+        }
+        if (!m_socket)
+            return;
+    }
+}
+
+void Connection::dispatch(const QJsonObject& message)
+{
+    const QString type = message.value(QLatin1String(Header::Type::Key)).toString();
+    if (type == QLatin1String(Header::Type::Notification)) {
+        emit notificationReceived(
+            QJsonDocument(message.value(QLatin1String(Header::Data)).toObject()));
+        return;
+    }
+    const QString id = message.value(QLatin1String(Header::Id)).toString();
+    const QPointer<QObject> target = m_pending.take(id);
+    if (!target)
+        return;
+    if (auto* named = qobject_cast<ICommand*>(target.data()))
+        named->handleReply(message);
+    else if (auto* typed = qobject_cast<V2::Command*>(target.data()))
+        typed->handleReply(message);
+}
+
+void Connection::onSocketError(QLocalSocket::LocalSocketError error)
+{
+    if (error == QLocalSocket::PeerClosedError) {
+        failAll(QStringLiteral("The backup service closed the connection"));
+        return;
+    }
+    const QString reason =
+        (error == QLocalSocket::ServerNotFoundError || error == QLocalSocket::ConnectionRefusedError)
+            ? QStringLiteral("The backup service is not running")
+            : QStringLiteral("Cannot reach the backup service: %1")
+                  .arg(m_socket ? m_socket->errorString() : QString());
+    failAll(reason);
+}
+
+void Connection::onDisconnected()
+{
+    failAll(QStringLiteral("The backup service closed the connection"));
+}
+
+void Connection::failAll(const QString& reason)
+{
+    if (m_socket) {
+        QLocalSocket* socket = m_socket;
+        m_socket = nullptr;
+        socket->disconnect(this);
+        socket->abort();
+        socket->deleteLater();
+    }
+    m_outbox.clear();
+    m_reader = FrameReader();
+    m_subscribed = false;
+    const auto pending = std::exchange(m_pending, {});
+    for (const QPointer<QObject>& target : pending) {
+        if (auto* named = qobject_cast<ICommand*>(target.data()))
+            named->handleTransportError(reason);
+        else if (auto* typed = qobject_cast<V2::Command*>(target.data()))
+            typed->handleTransportError(reason);
+    }
+}
+
+} // namespace Orv::Common::Communication

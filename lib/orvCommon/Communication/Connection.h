@@ -1,0 +1,63 @@
+#pragma once
+
+#include "orvCommon/Communication/Frame.h"
+
+#include <QHash>
+#include <QJsonDocument>
+#include <QLocalSocket>
+#include <QObject>
+#include <QPointer>
+
+namespace Orv::Common::Communication {
+
+class ICommand;
+namespace V2 {
+class Command;
+}
+
+// The client's one connection to the service. Requests wait in an outbox
+// until the socket is connected; replies are routed to their command by the
+// exchange id. If the service is not there, or goes away, every waiting
+// command ends with an error at once: nothing waits for an answer that cannot
+// come.
+class Connection : public QObject
+{
+    Q_OBJECT
+public:
+    Connection(const QString& serverName, const QString& sessionId, int connectionType,
+               QObject* parent = nullptr);
+
+    void send(ICommand* command);
+    void send(V2::Command* command);
+    // Sends a message that expects no answer (subscriptions, notifications).
+    void post(const QJsonObject& message);
+    // Stops routing answers to an exchange (its command timed out or died).
+    void forget(const QString& exchangeId);
+    void subscribe();
+
+signals:
+    void notificationReceived(const QJsonDocument& notification);
+
+private:
+    QString nextExchangeId();
+    void enqueue(const QString& exchangeId, QObject* command, QJsonObject message);
+    void ensureConnected();
+    void flush();
+    void onReadyRead();
+    void onSocketError(QLocalSocket::LocalSocketError error);
+    void onDisconnected();
+    void dispatch(const QJsonObject& message);
+    void failAll(const QString& reason);
+
+    QString m_serverName;
+    QString m_sessionId;
+    int m_connectionType = 0;
+    quint64 m_counter = 0;
+    QLocalSocket* m_socket = nullptr;
+    FrameReader m_reader;
+    QList<QByteArray> m_outbox;
+    QHash<QString, QPointer<QObject>> m_pending;
+    bool m_subscribed = false;
+};
+
+} // namespace Orv::Common::Communication

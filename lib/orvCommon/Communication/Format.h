@@ -1,0 +1,92 @@
+#pragma once
+
+// Texts of the channel between the command line and the service. Both sides
+// include this one header, so a member name is written exactly once.
+//
+// Every message is one frame (see Frame.h) holding one JSON object. Its "type"
+// member says what it is:
+//   "request"       named command:  command, id, session_id, connection_type, params
+//   "reply"         its answer:     command, id, session_id, status ("success"|"error"),
+//                                   error_string, data
+//   "request_v2"    typed command:  command_id (UUID), id, session_id, request
+//   "reply_v2"      its answer:     id, status (2 done, 3 failed, 5 try later),
+//                                   error_message, response
+//   "subscribe"     the client wants notifications pushed to it (no answer)
+//   "notification"  either way:     data = {"notification_type": UUID, "message": {...}}
+namespace Orv::Common::Communication::Commands::Format {
+
+namespace Header {
+inline constexpr char Command[] = "command";
+inline constexpr char Id[] = "id";
+inline constexpr char SessionId[] = "session_id";
+namespace ConnectionType {
+inline constexpr char key[] = "connection_type";
+}
+namespace Type {
+inline constexpr char Key[] = "type";
+inline constexpr char Request[] = "request";
+inline constexpr char Reply[] = "reply";
+inline constexpr char RequestV2[] = "request_v2";
+inline constexpr char ReplyV2[] = "reply_v2";
+inline constexpr char Subscribe[] = "subscribe";
+inline constexpr char Notification[] = "notification";
+} // namespace Type
+inline constexpr char Params[] = "params";
+inline constexpr char Data[] = "data";
+namespace Status {
+inline constexpr char Key[] = "status";
+inline constexpr char ErrorString[] = "error_string";
+namespace Value {
+inline constexpr char Success[] = "success";
+inline constexpr char Error[] = "error";
+} // namespace Value
+} // namespace Status
+// Members of typed messages.
+inline constexpr char CommandId[] = "command_id";
+inline constexpr char TypedRequest[] = "request";
+inline constexpr char TypedResponse[] = "response";
+inline constexpr char ErrorMessage[] = "error_message";
+// Members of a notification's data.
+inline constexpr char NotificationType[] = "notification_type";
+inline constexpr char NotificationMessage[] = "message";
+} // namespace Header
+
+namespace Storage::GetConnection {
+inline constexpr char Name[] = "StorageGetConnection";
+namespace Request {
+inline constexpr char Profile[] = "profile";
+}
+namespace Reply {
+inline constexpr char Key[] = "storageConnection";
+inline constexpr char ID[] = "ID";
+inline constexpr char DisplayName[] = "DisplayName";
+inline constexpr char Path[] = "Path";
+inline constexpr char Prefix[] = "Prefix";
+inline constexpr char PrefixArray[] = "PrefixArray";
+inline constexpr char Type[] = "Type";
+inline constexpr char SpaceLimit[] = "SpaceLimit";
+inline constexpr char SpaceUsed[] = "SpaceUsed";
+inline constexpr char DetailParams[] = "DetailParams";
+inline constexpr char SyncStatus[] = "SyncStatus";
+} // namespace Reply
+} // namespace Storage::GetConnection
+
+namespace Plan::GetList {
+inline constexpr char Name[] = "PlanGetList";
+namespace Request {
+inline constexpr char Profile[] = "profile";
+}
+namespace Reply {
+inline constexpr char Key[] = "planList";
+}
+} // namespace Plan::GetList
+
+namespace Plan::DataType::Info {
+inline constexpr char ID[] = "ID";
+inline constexpr char Name[] = "Name";
+inline constexpr char Type[] = "Type";
+inline constexpr char Storage[] = "Storage";
+inline constexpr char PlanXml[] = "PlanXml";
+} // namespace Plan::DataType::Info
+
+} // namespace Orv::Common::Communication::Commands::Format

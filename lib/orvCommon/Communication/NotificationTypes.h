@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QUuid>
+
+namespace Orv::Common::Communication::Notification::Format {
+
+namespace System::Update {
+// Asks the service to fetch and install a build; message member BuildUrl.
+inline const QUuid Type{0x9ca3a0dc, 0x8a9f, 0x4a9e, 0x90, 0x55, 0x31, 0xfe, 0xf7, 0x5f, 0x8a, 0x36};
+inline constexpr char BuildUrl[] = "BuildUrl";
+} // namespace System::Update
+
+namespace System::UpdateProgress {
+inline const QUuid Type{0x6dbbcbe8, 0x84ba, 0x4eec, 0x83, 0xd9, 0x8b, 0xa1, 0x69, 0x88, 0x46, 0xf5};
+inline constexpr char Error[] = "Error";
+inline constexpr char Message[] = "Message";
+inline constexpr char Count[] = "Count";
+inline constexpr char Size[] = "Size";
+} // namespace System::UpdateProgress
+
+} // namespace Orv::Common::Communication::Notification::Format

@@ -1,0 +1,79 @@
+#include "orvCommon/Rebranding.h"
+
+#include "orvCommon/AppPath.h"
+
+#include <QFileInfo>
+#include <QSettings>
+
+namespace Orv::Defines {
+
+namespace {
+
+Rebranding*& current()
+{
+    static Rebranding* branding = nullptr;
+    return branding;
+}
+
+QHash<QString, QVariant> defaults()
+{
+    using namespace RebrandingKeys;
+    return {
+        {QLatin1String(General::ProductName), QStringLiteral("Orv Backup")},
+        {QLatin1String(General::DisplayName), QStringLiteral("Orv")},
+        {QLatin1String(General::CompanyName), QStringLiteral("Orv")},
+        {QLatin1String(General::SupportEmail), QString()},
+        {QLatin1String(General::ServiceUrl), QString()},
+        {QLatin1String(Compression::Visible), true},
+        {QLatin1String(Compression::DefaultValue), true},
+        {QLatin1String(Encryption::Visible), true},
+        {QLatin1String(Encryption::DefaultValue), false},
+        {QLatin1String(SSE::Visible), true},
+        {QLatin1String(SSE::DefaultValue), false},
+    };
+}
+
+} // namespace
+
+Rebranding::Rebranding() : m_values(defaults())
+{
+    const QString path = AppPath::to().brandingFile();
+    if (!QFileInfo::exists(path))
+        return;
+    const QSettings overrides(path, QSettings::IniFormat);
+    for (auto it = m_values.begin(); it != m_values.end(); ++it) {
+        if (!overrides.contains(it.key()))
+            continue;
+        const QVariant given = overrides.value(it.key());
+        // Keep the compiled-in type: a "false" in the file must read as false.
+        if (it.value().type() == QVariant::Bool)
+            it.value() = given.toString().trimmed().toLower() == QLatin1String("true");
+        else
+            it.value() = given.toString();
+    }
+}
+
+Rebranding* Rebranding::instance()
+{
+    if (!current())
+        current() = new Rebranding();
+    return current();
+}
+
+void Rebranding::reload()
+{
+    delete current();
+    current() = new Rebranding();
+}
+
+QVariant Rebranding::value(const char* key) const
+{
+    return m_values.value(QLatin1String(key));
+}
+
+QVariant Rebranding::value(const QString& key) const
+{
+    return m_values.value(key);
+}
+
+} // namespace Orv::Defines

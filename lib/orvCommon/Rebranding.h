@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QHash>
+#include <QString>
+#include <QVariant>
+
+// Keys of the branding table. Each names one value a reseller may change in
+// config/branding.conf ("[General] ProductName=..." and so on).
+namespace RebrandingKeys {
+namespace General {
+inline constexpr char ProductName[] = "General/ProductName";
+inline constexpr char DisplayName[] = "General/DisplayName";
+inline constexpr char CompanyName[] = "General/CompanyName";
+inline constexpr char SupportEmail[] = "General/SupportEmail";
+inline constexpr char ServiceUrl[] = "General/ServiceUrl";
+} // namespace General
+namespace Compression {
+inline constexpr char Visible[] = "Compression/Visible";
+inline constexpr char DefaultValue[] = "Compression/DefaultValue";
+} // namespace Compression
+namespace Encryption {
+inline constexpr char Visible[] = "Encryption/Visible";
+inline constexpr char DefaultValue[] = "Encryption/DefaultValue";
+} // namespace Encryption
+namespace SSE {
+inline constexpr char Visible[] = "SSE/Visible";
+inline constexpr char DefaultValue[] = "SSE/DefaultValue";
+} // namespace SSE
+} // namespace RebrandingKeys
+
+namespace Orv::Defines {
+
+// Branding values: compiled-in defaults, each optionally overridden by the
+// installation's config/branding.conf.
+class Rebranding
+{
+public:
+    static Rebranding* instance();
+    static void reload();
+
+    QVariant value(const char* key) const;
+    QVariant value(const QString& key) const;
+
+private:
+    Rebranding();
+    QHash<QString, QVariant> m_values;
+};
+
+} // namespace Orv::Defines
