@@ -1,0 +1,100 @@
+#pragma once
+
+#include "orvCommon/Communication/ICommand.h"
+#include "orvCommon/Communication/Manager.h"
+#include "orvCommon/Communication/V2Command.h"
+
+#include <QJsonObject>
+#include <QLoggingCategory>
+#include <QScopedPointer>
+#include <QSharedPointer>
+#include <QTimer>
+
+#include <functional>
+
+Q_DECLARE_LOGGING_CATEGORY(lcChannelCli)
+
+// The one way commands talk to the service. Sending connects all three ending
+// signals of the library command to one result slot of the caller; the result
+// slot judges the reply with the functions below. Every failure is thrown as a
+// QString, which the caller turns into error(message) at the end of its slot.
+namespace Orv::CLI::CommandChannel {
+
+using ICommand = Orv::Common::Communication::ICommand;
+using TypedCommand = Orv::Common::Communication::V2::Command;
+
+inline const QString kManagerMissing = QStringLiteral("Communication manager is 0x00");
+inline const QString kNotRegistered = QStringLiteral("Communication command not registered");
+inline const QString kInternalError = QStringLiteral("Internal error");
+inline const QString kInvalidResponse =
+    QStringLiteral("Internal error: invalid command response format.\n");
+inline const QString kReplyFormatError = QStringLiteral("Local command reply format error");
+inline const QString kRetryWarning =
+    QStringLiteral("GetConnection command return need retry... timeout 1 min");
+
+// The request document of a named command: {"params": params}.
+QJsonDocument namedRequest(const QJsonObject& params);
+
+template <typename Receiver>
+void sendNamed(const QString& name, const QJsonObject& params, Receiver* receiver,
+               void (Receiver::*slot)(), const QString& notRegistered = kNotRegistered)
+{
+    QPointer<Orv::Common::Communication::Manager> manager =
+        Orv::Common::Communication::Manager::instance();
+    if (!manager)
+        throw kManagerMissing;
+    ICommand* command = manager->commandFactory(name);
+    if (!command)
+        throw notRegistered;
+    command->setRequest(namedRequest(params));
+    QObject::connect(command, &ICommand::complite, receiver, slot);
+    QObject::connect(command, &ICommand::error, receiver, slot);
+    QObject::connect(command, &ICommand::timeout, receiver, slot);
+    command->exec();
+}
+
+template <typename Receiver>
+void sendTyped(const QUuid& commandId, QSharedPointer<TypedCommand::Request> request,
+               Receiver* receiver, void (Receiver::*slot)())
+{
+    QPointer<Orv::Common::Communication::Manager> manager =
+        Orv::Common::Communication::Manager::instance();
+    if (!manager)
+        throw kManagerMissing;
+    TypedCommand* command = manager->commandFactoryV2(commandId);
+    if (!command)
+        throw kNotRegistered;
+    command->setRequest(std::move(request));
+    QObject::connect(command, &TypedCommand::complite, receiver, slot);
+    QObject::connect(command, &TypedCommand::error, receiver, slot);
+    QObject::connect(command, &TypedCommand::timeout, receiver, slot);
+    command->exec();
+}
+
+// Judges a finished named command and returns the object under "data".
+QJsonObject namedReplyData(ICommand* command);
+
+// Judges a finished typed command. Status 5 logs the retry warning, schedules
+// resend after the retry delay and returns null: the run goes on waiting.
+QSharedPointer<TypedCommand::Response> typedResponseBase(TypedCommand* command, QObject* context,
+                                                         const std::function<void()>& resend);
+
+template <typename ResponseT>
+QSharedPointer<ResponseT> typedResponse(TypedCommand* command, QObject* context,
+                                        const std::function<void()>& resend)
+{
+    const QSharedPointer<TypedCommand::Response> base =
+        typedResponseBase(command, context, resend);
+    if (command->status() != TypedCommand::Done)
+        return {};
+    QSharedPointer<ResponseT> response = base.template dynamicCast<ResponseT>();
+    if (!response)
+        throw kInvalidResponse;
+    return response;
+}
+
+// Sends a named command and waits for it on a local event loop, for shared
+// look-ups that must return a value to their caller.
+QJsonObject blockingExchange(const QString& name, const QJsonObject& params);
+
+} // namespace Orv::CLI::CommandChannel

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "CommandBase.h"
+
+namespace Orv::CLI {
+
+// A command that holds named sub-items: dispatch walks them word by word and
+// the same tree prints the help listings. The map is sorted, so listings show
+// items in ascending order of their names whatever order they were added in.
+class CommandGroupBase : public CommandBase
+{
+    Q_OBJECT
+public:
+    CommandGroupBase(const QString& name, const QString& description, QObject* parent = nullptr,
+                     bool viewItemsHelp = true);
+
+    void addSubItem(QSharedPointer<CommandBase> item);
+    int process(const QStringList& words) override;
+    QString help() const override;
+    void subitemsHelp(const QSharedPointer<CommandBase>& item) const;
+
+public slots:
+    void onCommandFinished(Orv::CLI::CommandBase::ShowSuccess show);
+    void onCommandError(const QString& message);
+
+private:
+    void printListing() const;
+};
+
+} // namespace Orv::CLI

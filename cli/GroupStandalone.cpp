@@ -1,0 +1,12 @@
+#include "GroupStandalone.h"
+
+#include "RootItems.h"
+
+namespace Orv::CLI {
+
+StandaloneCommandGroup::StandaloneCommandGroup(QObject* parent) : CommandGroupBase(QString(), QString(), parent)
+{
+    addCommonRootItems(this);
+}
+
+} // namespace Orv::CLI

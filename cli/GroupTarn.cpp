@@ -1,0 +1,12 @@
+#include "GroupTarn.h"
+
+#include "RootItems.h"
+
+namespace Orv::CLI {
+
+TarnCommandGroup::TarnCommandGroup(QObject* parent) : CommandGroupBase(QString(), QString(), parent)
+{
+    addCommonRootItems(this);
+}
+
+} // namespace Orv::CLI
