@@ -1,0 +1,133 @@
+#include "service/ConfigFolder.h"
+
+#include "service/ServiceLog.h"
+
+#include <QDir>
+#include <QFile>
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+
+namespace Orv::Service {
+
+namespace {
+
+qint64 nanoseconds(const timespec& time)
+{
+    return static_cast<qint64>(time.tv_sec) * 1000000000 + time.tv_nsec;
+}
+
+// Closes the directory stream however the scan ends.
+struct DirCloser
+{
+    void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+} // namespace
+
+bool ConfigFolder::Stamp::operator==(const Stamp& other) const
+{
+    return inode == other.inode && size == other.size && modifiedNs == other.modifiedNs &&
+           changedNs == other.changedNs;
+}
+
+ConfigFolder::ConfigFolder(const QString& path, const QString& suffix, Parser parser)
+    : m_path(path), m_encodedPath(QFile::encodeName(path)), m_suffix(suffix),
+      m_parser(std::move(parser))
+{
+}
+
+QJsonArray ConfigFolder::rows()
+{
+    const QMap<QString, Stamp> stamps = scan();
+    bool unchanged = m_scanned && stamps.size() == m_entries.size();
+    for (auto it = stamps.cbegin(); unchanged && it != stamps.cend(); ++it) {
+        const auto known = m_entries.constFind(it.key());
+        unchanged = known != m_entries.cend() && known->stamp == it.value();
+    }
+    if (!unchanged)
+        refresh(stamps);
+    return m_rows;
+}
+
+QMap<QString, ConfigFolder::Stamp> ConfigFolder::scan()
+{
+    QMap<QString, Stamp> stamps;
+    std::unique_ptr<DIR, DirCloser> dir(::opendir(m_encodedPath.constData()));
+    if (!dir) {
+        // A folder that does not exist yet simply holds nothing.
+        reportFolderProblem(errno == ENOENT ? QString() : QString::fromLocal8Bit(strerror(errno)));
+        return stamps;
+    }
+    reportFolderProblem({});
+    const int fd = ::dirfd(dir.get());
+    while (const dirent* entry = ::readdir(dir.get())) {
+        // Hidden files include the temporary files of atomic writes.
+        if (entry->d_name[0] == '.')
+            continue;
+        const QString name = QFile::decodeName(entry->d_name);
+        if (!name.endsWith(m_suffix))
+            continue;
+        struct stat status
+        {
+        };
+        if (::fstatat(fd, entry->d_name, &status, 0) != 0 || !S_ISREG(status.st_mode))
+            continue;
+        stamps.insert(name, {status.st_ino, status.st_size, nanoseconds(status.st_mtim),
+                             nanoseconds(status.st_ctim)});
+    }
+    return stamps;
+}
+
+void ConfigFolder::refresh(const QMap<QString, Stamp>& stamps)
+{
+    QMap<QString, Entry> entries;
+    QJsonArray rows;
+    for (auto it = stamps.cbegin(); it != stamps.cend(); ++it) {
+        const auto known = m_entries.constFind(it.key());
+        Entry entry{it.value(), {}};
+        entry.row = known != m_entries.cend() && known->stamp == it.value()
+                        ? known->row
+                        : load(it.key(), it.value());
+        if (entry.row)
+            rows.append(*entry.row);
+        entries.insert(it.key(), entry);
+    }
+    m_entries = std::move(entries);
+    m_rows = rows;
+    m_scanned = true;
+}
+
+std::optional<QJsonObject> ConfigFolder::load(const QString& fileName, const Stamp& stamp) const
+{
+    const QString filePath = QDir(m_path).filePath(fileName);
+    if (stamp.size > kMaxFileSize) {
+        qCWarning(lcConfig).noquote() << "Skipping" << filePath << "- it is" << stamp.size
+                                      << "bytes, too large for a configuration file";
+        return std::nullopt;
+    }
+    QFile file(filePath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        qCWarning(lcConfig).noquote() << "Skipping" << filePath << "-" << file.errorString();
+        return std::nullopt;
+    }
+    QString error;
+    std::optional<QJsonObject> row = m_parser(file.readAll(), &error);
+    if (!row)
+        qCWarning(lcConfig).noquote() << "Skipping" << filePath << "-" << error;
+    return row;
+}
+
+void ConfigFolder::reportFolderProblem(const QString& problem)
+{
+    if (problem == m_folderProblem)
+        return;
+    m_folderProblem = problem;
+    if (!problem.isEmpty())
+        qCWarning(lcConfig).noquote() << "Cannot list" << m_path << "-" << problem;
+}
+
+} // namespace Orv::Service

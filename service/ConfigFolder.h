@@ -1,0 +1,68 @@
+#pragma once
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMap>
+#include <QString>
+#include <functional>
+#include <optional>
+#include <sys/types.h>
+
+namespace Orv::Service {
+
+// A configuration folder holding one file per item (accounts, plans). Each
+// call looks at the folder again, so an added, replaced or removed file shows
+// in the very next answer; only files whose size, inode or times changed are
+// read and parsed again, so asking often costs a directory listing.
+//
+// Files that cannot be read or parsed are logged once per change and left
+// out; they never stop the others from being listed.
+class ConfigFolder
+{
+public:
+    // Turns a file's contents into its row, or returns nothing with the
+    // reason in *error.
+    using Parser =
+        std::function<std::optional<QJsonObject>(const QByteArray& contents, QString* error)>;
+
+    // Files larger than this are not read: no configuration item is that big.
+    static constexpr qint64 kMaxFileSize = 16 * 1024 * 1024;
+
+    ConfigFolder(const QString& path, const QString& suffix, Parser parser);
+
+    QString path() const { return m_path; }
+    // The rows of all readable files, in file-name order.
+    QJsonArray rows();
+
+private:
+    struct Stamp
+    {
+        ino_t inode = 0;
+        off_t size = 0;
+        qint64 modifiedNs = 0;
+        qint64 changedNs = 0;
+        bool operator==(const Stamp& other) const;
+        bool operator!=(const Stamp& other) const { return !(*this == other); }
+    };
+    struct Entry
+    {
+        Stamp stamp;
+        std::optional<QJsonObject> row;
+    };
+
+    QMap<QString, Stamp> scan();
+    void refresh(const QMap<QString, Stamp>& stamps);
+    std::optional<QJsonObject> load(const QString& fileName, const Stamp& stamp) const;
+    void reportFolderProblem(const QString& problem);
+
+    QString m_path;
+    QByteArray m_encodedPath;
+    QString m_suffix;
+    Parser m_parser;
+    QMap<QString, Entry> m_entries;
+    QJsonArray m_rows;
+    bool m_scanned = false;
+    QString m_folderProblem;
+};
+
+} // namespace Orv::Service

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+namespace Orv::Service {
+
+// The result of a named command: the reply's data, or the message of a refusal.
+class NamedOutcome
+{
+public:
+    static NamedOutcome success(const QJsonObject& data = {}) { return {true, data, {}}; }
+    static NamedOutcome failure(const QString& message) { return {false, {}, message}; }
+
+    bool isSuccess() const { return m_success; }
+    QJsonObject data() const { return m_data; }
+    QString errorString() const { return m_errorString; }
+
+private:
+    NamedOutcome(bool success, const QJsonObject& data, const QString& errorString)
+        : m_success(success), m_data(data), m_errorString(errorString)
+    {
+    }
+
+    bool m_success = false;
+    QJsonObject m_data;
+    QString m_errorString;
+};
+
+} // namespace Orv::Service

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "service/AccountCatalog.h"
+#include "service/Dispatcher.h"
+#include "service/HandlerRegistry.h"
+#include "service/InstanceLock.h"
+#include "service/PlanCatalog.h"
+#include "service/SocketServer.h"
+
+#include <QObject>
+
+namespace Orv::Service {
+
+class SignalBridge;
+
+// The background service of one instance. Start-up listens first, so clients
+// can connect at once, and then opens the database and loads the
+// configuration; typed commands are asked to try later until that is done.
+// SIGTERM and SIGINT stop it cleanly: socket and pid file removed, database
+// closed, exit status 0.
+class Service : public QObject
+{
+    Q_OBJECT
+public:
+    explicit Service(QObject* parent = nullptr);
+    ~Service() override;
+
+    // Takes the instance and starts listening. The rest of start-up runs on
+    // the event loop; if it fails, the loop ends with a non-zero status.
+    bool start(QString* error);
+
+    HandlerRegistry& handlers() { return m_registry; }
+    SocketServer& server() { return m_server; }
+
+private:
+    void completeStartup();
+    bool openDatabase(QString* error);
+    void closeDatabase();
+    void onSignal(int signalNumber);
+    void stop(int exitCode);
+    void shutdown();
+
+    HandlerRegistry m_registry;
+    Dispatcher m_dispatcher;
+    SocketServer m_server;
+    InstanceLock m_lock;
+    PlanCatalog m_plans;
+    AccountCatalog m_accounts;
+    SignalBridge* m_signals = nullptr;
+    bool m_databaseOpen = false;
+    bool m_stopping = false;
+};
+
+} // namespace Orv::Service
