@@ -93,8 +93,12 @@ QPointer<Notification::Center> Manager::notificationCenter()
 {
     if (!m_center) {
         m_center = new Notification::Center(this);
-        connect(connection(), &Connection::notificationReceived, m_center,
-                &Notification::Center::notification);
+        // A connection made from now on is wired to the centre by connection();
+        // only one that already exists needs it here, or each notification
+        // would be delivered twice.
+        if (m_connection)
+            connect(m_connection, &Connection::notificationReceived, m_center,
+                    &Notification::Center::notification);
     }
     connection()->subscribe();
     return m_center;
