@@ -5,7 +5,9 @@
 //   reply            correct answers to PlanGetList, StorageGetConnection and
 //                    GetPlanList (each plan row is named after the request's
 //                    profile); pushes one notification to a client that
-//                    subscribes. --delay-ms holds every answer back.
+//                    subscribes.
+//   late             like reply, but holds an answer back until the next
+//                    request arrives on the same connection, then sends both
 //   malformed        a frame whose body is not JSON
 //   array            a frame whose body is a JSON array
 //   non-object       a named reply whose "data" is an array; a typed reply with
@@ -36,7 +38,6 @@
 #include <QJsonObject>
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QPointer>
 #include <QTimer>
 #include <QtEndian>
 #include <cstdio>
@@ -51,9 +52,10 @@ namespace Header = Format::Header;
 using Channel::FrameReader;
 
 const QStringList kModes = {
-    QStringLiteral("reply"),      QStringLiteral("malformed"), QStringLiteral("array"),
-    QStringLiteral("non-object"), QStringLiteral("failed"),    QStringLiteral("retry"),
-    QStringLiteral("silent"),     QStringLiteral("oversize"),  QStringLiteral("close-mid-frame"),
+    QStringLiteral("reply"),           QStringLiteral("late"),       QStringLiteral("malformed"),
+    QStringLiteral("array"),           QStringLiteral("non-object"), QStringLiteral("failed"),
+    QStringLiteral("retry"),           QStringLiteral("silent"),     QStringLiteral("oversize"),
+    QStringLiteral("close-mid-frame"),
 };
 
 QString key(const char* text)
@@ -73,7 +75,6 @@ struct Options
     QString mode;
     QString message;
     int retries = 0;
-    int delayMs = 0;
     QString record;
 };
 
@@ -104,6 +105,7 @@ private:
                     [this, socket] { onReadyRead(socket); });
             connect(socket, &QLocalSocket::disconnected, this, [this, socket] {
                 m_readers.remove(socket);
+                m_held.remove(socket);
                 socket->deleteLater();
             });
         }
@@ -146,7 +148,7 @@ private:
         const QString type = message.value(key(Header::Type::Key)).toString();
         if (type == key(Header::Type::Subscribe)) {
             if (m_options.mode == QLatin1String("reply"))
-                send(socket, encodeNotification());
+                socket->write(encodeNotification());
             return;
         }
         if (type != key(Header::Type::Request) && type != key(Header::Type::RequestV2))
@@ -174,15 +176,15 @@ private:
 
     void send(QLocalSocket* socket, const QByteArray& bytes)
     {
-        if (m_options.delayMs <= 0) {
+        if (m_options.mode != QLatin1String("late")) {
             socket->write(bytes);
             return;
         }
-        QPointer<QLocalSocket> guarded(socket);
-        QTimer::singleShot(m_options.delayMs, this, [guarded, bytes] {
-            if (guarded)
-                guarded->write(bytes);
-        });
+        if (!m_held.contains(socket)) {
+            m_held.insert(socket, bytes);
+            return;
+        }
+        socket->write(m_held.take(socket) + bytes);
     }
 
     static QJsonArray planRows(const QString& profile)
@@ -286,6 +288,7 @@ private:
     int m_tryLater = 0;
     QLocalServer m_server;
     QHash<QLocalSocket*, FrameReader> m_readers;
+    QHash<QLocalSocket*, QByteArray> m_held;
 };
 
 } // namespace
@@ -308,24 +311,20 @@ int main(int argc, char** argv)
     const QCommandLineOption messageOption(
         QStringLiteral("message"), QStringLiteral("Error text of mode failed."),
         QStringLiteral("text"), QStringLiteral("The request was refused"));
-    const QCommandLineOption delayOption(QStringLiteral("delay-ms"),
-                                         QStringLiteral("Hold every answer back this long."),
-                                         QStringLiteral("ms"), QStringLiteral("0"));
     const QCommandLineOption recordOption(QStringLiteral("record"),
                                           QStringLiteral("Append received messages here."),
                                           QStringLiteral("file"));
     const QCommandLineOption maxSecondsOption(QStringLiteral("max-seconds"),
                                               QStringLiteral("Exit after this long."),
                                               QStringLiteral("seconds"), QStringLiteral("60"));
-    parser.addOptions({socketOption, modeOption, retriesOption, messageOption, delayOption,
-                       recordOption, maxSecondsOption});
+    parser.addOptions(
+        {socketOption, modeOption, retriesOption, messageOption, recordOption, maxSecondsOption});
     parser.process(app);
 
     Options options;
     options.mode = parser.value(modeOption);
     options.message = parser.value(messageOption);
     options.retries = parser.value(retriesOption).toInt();
-    options.delayMs = parser.value(delayOption).toInt();
     options.record = parser.value(recordOption);
     if (parser.value(socketOption).isEmpty() || !kModes.contains(options.mode)) {
         std::fprintf(stderr, "fake_orvd: --socket PATH and --mode %s are required\n",
