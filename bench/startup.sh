@@ -1,0 +1,124 @@
+#!/usr/bin/env bash
+# Start-up cost of orvV2 and the cost of one round trip to orvd, as medians
+# over RUNS runs (30 by default) against a running orvd on a temporary
+# instance. Every figure is also printed as a ratio to a baseline measured in
+# the same run: bench_roundtrip --no-exchange, a process that loads Qt and the
+# client library, runs its event loop once and exits.
+#
+#   bench/startup.sh            uses build/bin (builds it when missing)
+#   RUNS=100 bench/startup.sh
+#   BIN=build-asan/bin bench/startup.sh
+set -euo pipefail
+
+repo="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+bin="$(cd "${BIN:-$repo/build/bin}" 2>/dev/null && pwd)" || bin=
+runs="${RUNS:-30}"
+dispatch_delay_ms=100 # orvV2 dispatches 100 ms after its event loop starts, on purpose
+startup_goal_ms=125
+roundtrip_goal_ms=5
+
+if [[ -z $bin || ! -x $bin/orvV2 || ! -x $bin/orvd || ! -x $bin/bench_roundtrip ]]; then
+    "$repo/scripts/build" >&2
+    bin="$repo/build/bin"
+fi
+
+work="$(mktemp -d)"
+orvd_pid=
+cleanup() {
+    if [[ -n $orvd_pid ]]; then
+        kill -TERM "$orvd_pid" 2>/dev/null || true
+        wait "$orvd_pid" 2>/dev/null || true
+    fi
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+export ORV_ROOT="$work/instance"
+mkdir -p "$ORV_ROOT"/{config,logs,data,run}
+"$bin/orvd" </dev/null >"$work/orvd.out" 2>&1 &
+orvd_pid=$!
+socket="$ORV_ROOT/run/orvd.sock"
+for _ in $(seq 100); do
+    [[ -n $(ss -xlH src "$socket" 2>/dev/null) ]] && break
+    kill -0 "$orvd_pid" 2>/dev/null || break
+    sleep 0.1
+done
+if [[ -z $(ss -xlH src "$socket" 2>/dev/null) ]]; then
+    echo "startup: orvd did not listen on $socket" >&2
+    cat "$work/orvd.out" >&2
+    exit 1
+fi
+
+labels=("baseline (bench_roundtrip --no-exchange)" "orvV2 version"
+    "bench_roundtrip (one PlanGetList)")
+commands=("$bin/bench_roundtrip --no-exchange" "$bin/orvV2 version" "$bin/bench_roundtrip")
+# The real command when the command line has it: its cost over `version`
+# is the round trip as an administrator sees it.
+has_plan_list=false
+if "$bin/orvV2" plan 2>/dev/null | grep -qE '^list +- '; then
+    has_plan_list=true
+    labels+=("orvV2 plan list")
+    commands+=("$bin/orvV2 plan list")
+fi
+
+# Each must work before its time means anything.
+for command in "${commands[@]}"; do
+    # shellcheck disable=SC2086 # the command is words on purpose
+    if ! $command >/dev/null 2>"$work/err"; then
+        echo "startup: '$command' failed:" >&2
+        cat "$work/err" >&2
+        exit 1
+    fi
+done
+
+medians=()
+if command -v hyperfine >/dev/null 2>&1; then
+    tool="hyperfine $(hyperfine --version | awk '{print $2}')"
+    hyperfine -N --style none --warmup 3 --runs "$runs" --export-json "$work/times.json" \
+        "${commands[@]}" >/dev/null
+    mapfile -t medians < <(grep -o '"median": *[0-9.eE+-]*' "$work/times.json" |
+        awk '{printf "%.3f\n", $2 * 1000}')
+else
+    tool="date +%s%N loop"
+    for command in "${commands[@]}"; do
+        samples=()
+        for _ in $(seq "$runs"); do
+            start=$(date +%s%N)
+            # shellcheck disable=SC2086
+            $command >/dev/null 2>&1
+            samples+=($(($(date +%s%N) - start)))
+        done
+        medians+=("$(printf '%s\n' "${samples[@]}" | sort -n |
+            awk '{v[NR] = $1} END {m = NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2;
+                 printf "%.3f\n", m / 1e6}')")
+    done
+fi
+
+verdict() { awk -v v="$1" -v g="$2" 'BEGIN {print (v < g) ? "met" : "MISSED"}'; }
+ms() { awk -v v="$1" 'BEGIN {printf "%.1f", v}'; }
+ratio() { awk -v v="$1" -v b="$2" 'BEGIN {printf "%.2fx", v / b}'; }
+
+baseline="${medians[0]}"
+version="${medians[1]}"
+exchange="${medians[2]}"
+echo "Median of $runs runs ($tool), orvd running on a temporary instance"
+printf '  %-44s %9s  %8s\n' "" "median" "ratio"
+for i in "${!labels[@]}"; do
+    printf '  %-44s %6s ms  %8s\n' "${labels[i]}" "$(ms "${medians[i]}")" \
+        "$(ratio "${medians[i]}" "$baseline")"
+done
+echo
+added_startup=$(awk -v v="$version" -v d="$dispatch_delay_ms" 'BEGIN {print v - d}')
+echo "  orvV2 version: $(ms "$version") ms, of which ${dispatch_delay_ms} ms is the dispatch" \
+    "delay kept on purpose ($(ms "$added_startup") ms of work);" \
+    "goal < ${startup_goal_ms} ms: $(verdict "$version" "$startup_goal_ms")"
+added_exchange=$(awk -v a="$exchange" -v b="$baseline" 'BEGIN {print a - b}')
+echo "  one PlanGetList round trip from process start adds $(ms "$added_exchange") ms" \
+    "($(ratio "$exchange" "$baseline") the baseline);" \
+    "goal < ${roundtrip_goal_ms} ms: $(verdict "$added_exchange" "$roundtrip_goal_ms")"
+if $has_plan_list; then
+    added_plan=$(awk -v a="${medians[3]}" -v b="$version" 'BEGIN {print a - b}')
+    echo "  orvV2 plan list adds $(ms "$added_plan") ms over orvV2 version" \
+        "($(ratio "${medians[3]}" "$version") of it);" \
+        "goal < ${roundtrip_goal_ms} ms: $(verdict "$added_plan" "$roundtrip_goal_ms")"
+fi
