@@ -75,7 +75,8 @@ void ClientConnection::close(const QString& reason, bool isFault)
     m_socket = nullptr;
     if (isFault)
         qCWarning(lcServer).noquote()
-            << "Closing connection" << m_peer.id << "(pid" << m_peer.pid << ") -" << reason;
+            << QStringLiteral("Closing connection %1 (pid %2) -").arg(m_peer.id).arg(m_peer.pid)
+            << reason;
     else
         qCDebug(lcServer).noquote() << "Connection" << m_peer.id << "ended -" << reason;
     socket->disconnect(this);

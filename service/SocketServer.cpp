@@ -214,8 +214,10 @@ void SocketServer::adopt(int descriptor)
         return;
     }
     if (credentials.uid != m_ownUid && credentials.uid != 0) {
-        qCWarning(lcServer).noquote() << "Refusing a connection from uid" << credentials.uid
-                                      << "(pid" << credentials.pid << ")";
+        qCWarning(lcServer).noquote()
+            << QStringLiteral("Refusing a connection from uid %1 (pid %2)")
+                   .arg(credentials.uid)
+                   .arg(credentials.pid);
         ::close(descriptor);
         return;
     }
