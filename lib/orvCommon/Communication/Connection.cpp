@@ -76,8 +76,13 @@ void Connection::enqueue(const QString& exchangeId, QObject* command, QJsonObjec
 {
     const QByteArray frame = encodeFrame(message);
     if (frame.size() - kFrameHeaderSize > static_cast<int>(kMaxFrameSize)) {
-        m_pending.insert(exchangeId, command);
-        failAll(QStringLiteral("The request is larger than the channel allows"));
+        // Never sent, so only this exchange fails; the connection and the
+        // exchanges waiting on it are fine.
+        const QString reason = QStringLiteral("The request is larger than the channel allows");
+        if (auto* named = qobject_cast<ICommand*>(command))
+            named->handleTransportError(reason);
+        else if (auto* typed = qobject_cast<V2::Command*>(command))
+            typed->handleTransportError(reason);
         return;
     }
     m_pending.insert(exchangeId, command);
@@ -94,8 +99,7 @@ void Connection::ensureConnected()
     connect(m_socket, &QLocalSocket::readyRead, this, &Connection::onReadyRead);
     connect(m_socket, &QLocalSocket::connected, this, &Connection::flush);
     connect(m_socket, &QLocalSocket::disconnected, this, &Connection::onDisconnected);
-    connect(m_socket, &QLocalSocket::errorOccurred, this,
-            &Connection::onSocketError);
+    connect(m_socket, &QLocalSocket::errorOccurred, this, &Connection::onSocketError);
     m_socket->connectToServer(m_serverName);
 }
 
@@ -154,11 +158,11 @@ void Connection::onSocketError(QLocalSocket::LocalSocketError error)
         failAll(QStringLiteral("The backup service closed the connection"));
         return;
     }
-    const QString reason =
-        (error == QLocalSocket::ServerNotFoundError || error == QLocalSocket::ConnectionRefusedError)
-            ? QStringLiteral("The backup service is not running")
-            : QStringLiteral("Cannot reach the backup service: %1")
-                  .arg(m_socket ? m_socket->errorString() : QString());
+    const QString reason = (error == QLocalSocket::ServerNotFoundError ||
+                            error == QLocalSocket::ConnectionRefusedError)
+                               ? QStringLiteral("The backup service is not running")
+                               : QStringLiteral("Cannot reach the backup service: %1")
+                                     .arg(m_socket ? m_socket->errorString() : QString());
     failAll(reason);
 }
 
