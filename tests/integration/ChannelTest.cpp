@@ -419,6 +419,37 @@ TEST_F(ChannelTest, SilenceEndsWithTimeoutAndALateReplyGoesNowhere)
     EXPECT_TRUE(early->reply().isNull());
 }
 
+// A request too large for the channel is refused before it is sent; the other
+// exchanges on the same connection must not pay for it.
+TEST_F(ChannelTest, AnOversizedRequestFailsAloneAndTheOthersCarryOn)
+{
+    const auto fake = startFake(QStringLiteral("late"));
+    const auto waiting = namedPlanList(QStringLiteral("waiting"));
+    waiting->exec();
+    Endings waitingEnd(waiting.get());
+    settle();
+
+    const auto oversized = namedPlanList(QString(17 * 1024 * 1024, QLatin1Char('x')));
+    oversized->exec();
+    Endings oversizedEnd(oversized.get());
+    oversizedEnd.wait();
+    EXPECT_EQ(oversizedEnd.error, 1);
+    EXPECT_EQ(oversizedEnd.total(), 1);
+    EXPECT_EQ(waitingEnd.total(), 0) << "an exchange in flight was ended by another's request";
+
+    // The next request releases the held answer to the first.
+    const auto next = namedPlanList(QStringLiteral("next"));
+    next->exec();
+    Endings nextEnd(next.get());
+    nextEnd.wait();
+    waitingEnd.wait();
+    EXPECT_EQ(nextEnd.complite, 1);
+    EXPECT_EQ(waitingEnd.complite, 1);
+    EXPECT_EQ(waitingEnd.total(), 1);
+    EXPECT_EQ(rowName(namedPlanRows(*waiting), 0), QStringLiteral("waiting"));
+    EXPECT_EQ(fake->received().size(), 2);
+}
+
 // Without a service the exchange fails at once with the reason, not after the
 // time-out, and the signal still comes through the event loop: a caller that
 // connects after exec() sees it.
