@@ -42,6 +42,12 @@ ConfigFolder::ConfigFolder(const QString& path, const QString& suffix, Parser pa
 
 QJsonArray ConfigFolder::rows()
 {
+    if (m_scanned && m_watch.isArmed() && !m_watch.takeChanges())
+        return m_rows;
+    // Armed before listing, so that a change made while we list is reported
+    // by the next call.
+    if (!m_watch.isArmed())
+        m_watch.arm(m_encodedPath);
     const QMap<QString, Stamp> stamps = scan();
     bool unchanged = m_scanned && stamps.size() == m_entries.size();
     for (auto it = stamps.cbegin(); unchanged && it != stamps.cend(); ++it) {
@@ -99,6 +105,7 @@ void ConfigFolder::refresh(const QMap<QString, Stamp>& stamps)
     m_entries = std::move(entries);
     m_rows = rows;
     m_scanned = true;
+    ++m_generation;
 }
 
 std::optional<QJsonObject> ConfigFolder::load(const QString& fileName, const Stamp& stamp) const

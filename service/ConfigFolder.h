@@ -1,5 +1,7 @@
 #pragma once
 
+#include "service/FolderWatch.h"
+
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMap>
@@ -10,10 +12,11 @@
 
 namespace Orv::Service {
 
-// A configuration folder holding one file per item (accounts, plans). Each
-// call looks at the folder again, so an added, replaced or removed file shows
-// in the very next answer; only files whose size, inode or times changed are
-// read and parsed again, so asking often costs a directory listing.
+// A configuration folder holding one file per item (accounts, plans). An
+// added, replaced, rewritten or removed file shows in the very next answer:
+// the folder is listed again whenever its watch reports a change (or on every
+// call while it cannot be watched), and only files whose size, inode or times
+// changed are read and parsed again. Asking often costs next to nothing.
 //
 // Files that cannot be read or parsed are logged once per change and left
 // out; they never stop the others from being listed.
@@ -33,6 +36,9 @@ public:
     QString path() const { return m_path; }
     // The rows of all readable files, in file-name order.
     QJsonArray rows();
+    // Changes whenever rows() gives something new, so that callers can keep
+    // what they derive from the rows until then.
+    quint64 generation() const { return m_generation; }
 
 private:
     struct Stamp
@@ -59,9 +65,11 @@ private:
     QByteArray m_encodedPath;
     QString m_suffix;
     Parser m_parser;
+    FolderWatch m_watch;
     QMap<QString, Entry> m_entries;
     QJsonArray m_rows;
     bool m_scanned = false;
+    quint64 m_generation = 0;
     QString m_folderProblem;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "service/EncodedJson.h"
+
 #include <QJsonObject>
 #include <QString>
 
@@ -9,21 +11,25 @@ namespace Orv::Service {
 class NamedOutcome
 {
 public:
-    static NamedOutcome success(const QJsonObject& data = {}) { return {true, data, {}}; }
+    static NamedOutcome success(const QJsonObject& data = {})
+    {
+        return {true, EncodedJson(data), {}};
+    }
+    static NamedOutcome success(const EncodedJson& data) { return {true, data, {}}; }
     static NamedOutcome failure(const QString& message) { return {false, {}, message}; }
 
     bool isSuccess() const { return m_success; }
-    QJsonObject data() const { return m_data; }
+    EncodedJson data() const { return m_data; }
     QString errorString() const { return m_errorString; }
 
 private:
-    NamedOutcome(bool success, const QJsonObject& data, const QString& errorString)
+    NamedOutcome(bool success, const EncodedJson& data, const QString& errorString)
         : m_success(success), m_data(data), m_errorString(errorString)
     {
     }
 
     bool m_success = false;
-    QJsonObject m_data;
+    EncodedJson m_data;
     QString m_errorString;
 };
 

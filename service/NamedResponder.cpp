@@ -31,13 +31,13 @@ public:
         if (!outcome.isSuccess())
             qCWarning(lcRequest).noquote()
                 << "Command" << m_command << "failed:" << outcome.errorString();
-        QByteArray frame = Communication::encodeFrame(reply(outcome));
+        QByteArray frame = reply(outcome);
         if (frame.size() - Communication::kFrameHeaderSize >
             static_cast<qint64>(Communication::kMaxFrameSize)) {
             qCWarning(lcRequest).noquote() << "The answer to" << m_command << "is" << frame.size()
                                            << "bytes, more than a frame may hold";
-            frame = Communication::encodeFrame(reply(NamedOutcome::failure(
-                QStringLiteral("The answer is larger than the channel allows"))));
+            frame = reply(NamedOutcome::failure(
+                QStringLiteral("The answer is larger than the channel allows")));
         }
         if (m_sink)
             m_sink(frame);
@@ -47,9 +47,9 @@ public:
     QString command() const { return m_command; }
 
 private:
-    QJsonObject reply(const NamedOutcome& outcome) const
+    QByteArray reply(const NamedOutcome& outcome) const
     {
-        return {
+        const QJsonObject envelope{
             {QLatin1String(Header::Type::Key), QLatin1String(Header::Type::Reply)},
             {QLatin1String(Header::Command), m_command},
             {QLatin1String(Header::Id), m_id},
@@ -58,8 +58,8 @@ private:
              QLatin1String(outcome.isSuccess() ? Header::Status::Value::Success
                                                : Header::Status::Value::Error)},
             {QLatin1String(Header::Status::ErrorString), outcome.errorString()},
-            {QLatin1String(Header::Data), outcome.data()},
         };
+        return outcome.data().frameWith(envelope, Header::Data);
     }
 
     ReplySink m_sink;

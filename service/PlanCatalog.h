@@ -16,6 +16,8 @@ public:
     QString folder() const { return m_folder.path(); }
     // The plan list rows (ID, Name, Type, Storage, PlanXml), in file-name order.
     QJsonArray rows() { return m_folder.rows(); }
+    // Changes whenever rows() gives something new.
+    quint64 generation() const { return m_folder.generation(); }
 
 private:
     ConfigFolder m_folder;

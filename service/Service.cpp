@@ -4,7 +4,6 @@
 #include "orvCommon/AppPath.h"
 #include "orvCommon/Database.h"
 #include "orvCommon/Installation.h"
-#include "service/PlanListHandler.h"
 #include "service/ServiceLog.h"
 #include "service/SignalBridge.h"
 #include "service/StorageConnectionHandler.h"
@@ -50,11 +49,11 @@ bool ensurePrivateFolder(const QString& path, QString* error)
 } // namespace
 
 Service::Service(QObject* parent)
-    : QObject(parent), m_dispatcher(m_registry), m_server(m_dispatcher),
-      m_plans(Orv::Defines::AppPath::to().plans()),
-      m_accounts(Orv::Defines::AppPath::to().accounts())
+    : QObject(parent), m_plans(Orv::Defines::AppPath::to().plans()),
+      m_accounts(Orv::Defines::AppPath::to().accounts()), m_planList(m_plans),
+      m_dispatcher(m_registry), m_server(m_dispatcher)
 {
-    PlanListHandler::install(m_registry, m_plans);
+    m_planList.install(m_registry);
     StorageConnectionHandler::install(m_registry, m_accounts);
 }
 

@@ -5,6 +5,7 @@
 #include "service/HandlerRegistry.h"
 #include "service/InstanceLock.h"
 #include "service/PlanCatalog.h"
+#include "service/PlanListHandler.h"
 #include "service/SocketServer.h"
 
 #include <QObject>
@@ -40,12 +41,14 @@ private:
     void stop(int exitCode);
     void shutdown();
 
+    // The handlers and what they read come first: they outlive the server.
+    PlanCatalog m_plans;
+    AccountCatalog m_accounts;
+    PlanListHandler m_planList;
     HandlerRegistry m_registry;
     Dispatcher m_dispatcher;
     SocketServer m_server;
     InstanceLock m_lock;
-    PlanCatalog m_plans;
-    AccountCatalog m_accounts;
     SignalBridge* m_signals = nullptr;
     bool m_databaseOpen = false;
     bool m_stopping = false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "orvCommon/Communication/V2Command.h"
+#include "service/EncodedJson.h"
 
 #include <QSharedPointer>
 #include <QString>
@@ -15,10 +16,11 @@ public:
     using Command = Orv::Common::Communication::V2::Command;
     using Response = Command::Response;
 
-    static TypedOutcome done(QSharedPointer<const Response> response)
+    static TypedOutcome done(const Response& response)
     {
-        return {Command::Done, {}, std::move(response)};
+        return {Command::Done, {}, EncodedJson(response.toJson())};
     }
+    static TypedOutcome done(const EncodedJson& response) { return {Command::Done, {}, response}; }
     static TypedOutcome failed(const QString& message) { return {Command::Failed, message, {}}; }
     static TypedOutcome tryLater(const QString& message = {})
     {
@@ -27,17 +29,17 @@ public:
 
     int status() const { return m_status; }
     QString errorMessage() const { return m_errorMessage; }
-    QSharedPointer<const Response> response() const { return m_response; }
+    EncodedJson response() const { return m_response; }
 
 private:
-    TypedOutcome(int status, const QString& errorMessage, QSharedPointer<const Response> response)
-        : m_status(status), m_errorMessage(errorMessage), m_response(std::move(response))
+    TypedOutcome(int status, const QString& errorMessage, const EncodedJson& response)
+        : m_status(status), m_errorMessage(errorMessage), m_response(response)
     {
     }
 
     int m_status = Command::Failed;
     QString m_errorMessage;
-    QSharedPointer<const Response> m_response;
+    EncodedJson m_response;
 };
 
 } // namespace Orv::Service

@@ -31,13 +31,13 @@ public:
         if (outcome.status() == TypedOutcome::Command::Failed)
             qCWarning(lcRequest).noquote()
                 << "Command" << m_name << "failed:" << outcome.errorMessage();
-        QByteArray frame = Communication::encodeFrame(reply(outcome));
+        QByteArray frame = reply(outcome);
         if (frame.size() - Communication::kFrameHeaderSize >
             static_cast<qint64>(Communication::kMaxFrameSize)) {
             qCWarning(lcRequest).noquote() << "The answer to" << m_name << "is" << frame.size()
                                            << "bytes, more than a frame may hold";
-            frame = Communication::encodeFrame(reply(TypedOutcome::failed(
-                QStringLiteral("The answer is larger than the channel allows"))));
+            frame = reply(TypedOutcome::failed(
+                QStringLiteral("The answer is larger than the channel allows")));
         }
         if (m_sink)
             m_sink(frame);
@@ -47,16 +47,15 @@ public:
     QString name() const { return m_name; }
 
 private:
-    QJsonObject reply(const TypedOutcome& outcome) const
+    QByteArray reply(const TypedOutcome& outcome) const
     {
-        const QSharedPointer<const TypedOutcome::Response> response = outcome.response();
-        return {
+        const QJsonObject envelope{
             {QLatin1String(Header::Type::Key), QLatin1String(Header::Type::ReplyV2)},
             {QLatin1String(Header::Id), m_id},
             {QLatin1String(Header::Status::Key), outcome.status()},
             {QLatin1String(Header::ErrorMessage), outcome.errorMessage()},
-            {QLatin1String(Header::TypedResponse), response ? response->toJson() : QJsonObject()},
         };
+        return outcome.response().frameWith(envelope, Header::TypedResponse);
     }
 
     ReplySink m_sink;

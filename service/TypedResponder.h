@@ -19,9 +19,9 @@ public:
     TypedResponder(ReplySink sink, const QString& name, const QJsonValue& id);
 
     void answer(const TypedOutcome& outcome) const;
-    void done(QSharedPointer<const TypedOutcome::Response> response) const
+    void done(const TypedOutcome::Response& response) const
     {
-        answer(TypedOutcome::done(std::move(response)));
+        answer(TypedOutcome::done(response));
     }
     void failed(const QString& message) const { answer(TypedOutcome::failed(message)); }
     void tryLater(const QString& message = {}) const { answer(TypedOutcome::tryLater(message)); }

@@ -9,6 +9,7 @@
 #include "orvCommon/Communication/V2/PlanCommands.h"
 #include "support/Sandbox.h"
 
+#include <QDir>
 #include <QEventLoop>
 #include <QFile>
 #include <QJsonArray>
@@ -150,10 +151,12 @@ TEST(ServiceRequests, PlanFileChangesShowInTheNextReply)
     Sandbox sandbox;
     const QString daily = sandbox.path("config/plans/" + kDailyId + ".xml");
     const QString weekly = sandbox.path("config/plans/" + kWeeklyId + ".xml");
-    ASSERT_EQ(Kel::Core::AtomicFile::write(daily, planXml(kDailyId, "Daily")), QString());
+    // No plans folder yet: it appears with the first plan.
     ASSERT_TRUE(sandbox.startService());
     ServiceRawClient client(sandbox.socketPath());
-    ASSERT_EQ(namesOf(planList(client)), QStringList({"Daily"}));
+    ASSERT_EQ(planList(client), QJsonArray());
+    ASSERT_EQ(Kel::Core::AtomicFile::write(daily, planXml(kDailyId, "Daily")), QString());
+    EXPECT_EQ(namesOf(planList(client)), QStringList({"Daily"}));
 
     ASSERT_EQ(Kel::Core::AtomicFile::write(weekly, planXml(kWeeklyId, "Weekly")), QString());
     EXPECT_EQ(namesOf(planList(client)), QStringList({"Weekly", "Daily"}));
@@ -161,7 +164,7 @@ TEST(ServiceRequests, PlanFileChangesShowInTheNextReply)
     ASSERT_EQ(Kel::Core::AtomicFile::write(daily, planXml(kDailyId, "Daily at noon")), QString());
     EXPECT_EQ(namesOf(planList(client)), QStringList({"Weekly", "Daily at noon"}));
 
-    // Rewritten in place, as an editor might: a different size gives it away.
+    // Rewritten in place, as an editor might.
     sandbox.writeFile("config/plans/" + kWeeklyId + ".xml", "<Plan broken");
     EXPECT_EQ(namesOf(planList(client)), QStringList({"Daily at noon"}));
     sandbox.writeFile("config/plans/" + kWeeklyId + ".xml", planXml(kWeeklyId, "Weekly again"));
@@ -169,6 +172,13 @@ TEST(ServiceRequests, PlanFileChangesShowInTheNextReply)
 
     ASSERT_TRUE(QFile::remove(daily));
     EXPECT_EQ(namesOf(planList(client)), QStringList({"Weekly again"}));
+
+    // The whole folder replaced by another one.
+    QDir config(sandbox.path(QStringLiteral("config")));
+    ASSERT_TRUE(config.rename(QStringLiteral("plans"), QStringLiteral("plans.old")));
+    EXPECT_EQ(planList(client), QJsonArray());
+    ASSERT_EQ(Kel::Core::AtomicFile::write(daily, planXml(kDailyId, "Daily again")), QString());
+    EXPECT_EQ(namesOf(planList(client)), QStringList({"Daily again"}));
     EXPECT_EQ(sandbox.stopService(), 0);
 }
 

@@ -146,7 +146,7 @@ TEST_F(ServiceDispatcher, TypedRequestsAreDecodedAndAnsweredWithTheirStatus)
                 return TypedOutcome::failed("no such profile");
             auto response = QSharedPointer<GetPlanList::Response>::create();
             response->setPlanList({QJsonObject{{"ID", "x"}}});
-            return TypedOutcome::done(response);
+            return TypedOutcome::done(*response);
         }));
     EXPECT_FALSE(registry.addTypedAsync(QUuid::createUuid(), {}));
 
@@ -183,7 +183,7 @@ TEST_F(ServiceDispatcher, TypedCommandsWaitUntilTheServiceIsReady)
     int calls = 0;
     registry.addTyped<GetPlanList>([&](const GetPlanList::Request&, const RequestContext&) {
         ++calls;
-        return TypedOutcome::done(QSharedPointer<GetPlanList::Response>::create());
+        return TypedOutcome::done(GetPlanList::Response());
     });
     dispatcher.setReady(false);
     EXPECT_EQ(answerTo(typed(GetPlanList::CommandId.toString())).value(key(Header::Status::Key)),
