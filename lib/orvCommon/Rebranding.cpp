@@ -42,9 +42,13 @@ Rebranding::Rebranding() : m_values(defaults())
         return;
     const QSettings overrides(path, QSettings::IniFormat);
     for (auto it = m_values.begin(); it != m_values.end(); ++it) {
-        if (!overrides.contains(it.key()))
+        // The INI reader files a "[General]" section's keys at the top level.
+        const QString key = it.key().startsWith(QLatin1String("General/"))
+                                ? it.key().mid(int(qstrlen("General/")))
+                                : it.key();
+        if (!overrides.contains(key))
             continue;
-        const QVariant given = overrides.value(it.key());
+        const QVariant given = overrides.value(key);
         // Keep the compiled-in type: a "false" in the file must read as false.
         if (it.value().type() == QVariant::Bool)
             it.value() = given.toString().trimmed().toLower() == QLatin1String("true");
