@@ -1,6 +1,8 @@
 #include "orvCommon/Installation.h"
 
 #include "orvCommon/AppPath.h"
+#include "orvCommon/DefaultSettings.h"
+#include "orvCommon/SettingsKeys.h"
 
 #include <QSettings>
 
@@ -59,24 +61,35 @@ bool isDebug()
     return !value.isEmpty() && value != "0";
 }
 
-static QString storeValue(const QString& key)
-{
-    const QSettings store(Orv::Defines::AppPath::to().settingsFile(), QSettings::IniFormat);
-    return store.value(key).toString();
-}
-
 Kel::LogLevel logLevel()
 {
     Kel::LogLevel level = Kel::LogLevel::High;
-    Kel::logLevelFromName(storeValue(QStringLiteral("LogLevel")), &level);
+    Kel::logLevelFromName(Orv::DefaultSettings::instance()->getLogLevel(), &level);
     return level;
+}
+
+bool setLogLevel(Kel::LogLevel level)
+{
+    return Orv::DefaultSettings::instance()->setLogLevel(Kel::logLevelName(level));
 }
 
 int logRotateDays()
 {
     bool ok = false;
-    const int days = storeValue(QStringLiteral("Logs Rotate TimeOut")).toInt(&ok);
-    return ok && days > 0 ? days : 30;
+    const int days = Orv::DefaultSettings::instance()->getLogsRotateTimeout().toInt(&ok);
+    if (ok && days > 0)
+        return days;
+    return Orv::DefaultSettings::instance()
+        ->items()
+        .value(QLatin1String(Orv::SettingsKeys::LogsRotateTimeout))
+        ->defaultValue()
+        .toInt();
+}
+
+QString logPath()
+{
+    const QString path = Orv::DefaultSettings::instance()->getLogPath().trimmed();
+    return path.isEmpty() ? Orv::DefaultSettings::getDefaultLogPath() : path;
 }
 
 } // namespace SHARED::defines::common

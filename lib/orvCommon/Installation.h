@@ -14,7 +14,11 @@ namespace Orv::Defines {
 class Installation
 {
 public:
-    enum class Edition { Standalone, Managed };
+    enum class Edition
+    {
+        Standalone,
+        Managed
+    };
 
     static const Installation& current();
     static void reload();
@@ -38,7 +42,12 @@ bool is_tarn();
 bool isDebug();
 // The client's log level: the store's "LogLevel" value, High when unset.
 Kel::LogLevel logLevel();
+// Keeps the level in the settings store, where both programs read it.
+bool setLogLevel(Kel::LogLevel level);
 // Days after which rotated log files are removed ("Logs Rotate TimeOut").
 int logRotateDays();
+// The folder of the client's log files ("LogPath"), the instance's logs
+// folder when unset.
+QString logPath();
 
 } // namespace SHARED::defines::common

@@ -24,6 +24,9 @@ QHash<QString, QVariant> defaults()
         {QLatin1String(General::CompanyName), QStringLiteral("Orv")},
         {QLatin1String(General::SupportEmail), QString()},
         {QLatin1String(General::ServiceUrl), QString()},
+        // A reseller sets its own service; the reserved name resolves nowhere.
+        {QLatin1String(General::EmailConfirmationUrl),
+         QStringLiteral("https://email-confirmation.invalid/v1/notification-emails")},
         {QLatin1String(Compression::Visible), true},
         {QLatin1String(Compression::DefaultValue), true},
         {QLatin1String(Encryption::Visible), true},

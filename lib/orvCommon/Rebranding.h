@@ -13,6 +13,8 @@ inline constexpr char DisplayName[] = "General/DisplayName";
 inline constexpr char CompanyName[] = "General/CompanyName";
 inline constexpr char SupportEmail[] = "General/SupportEmail";
 inline constexpr char ServiceUrl[] = "General/ServiceUrl";
+// Where notification addresses are registered and confirmed (HTTPS, POST).
+inline constexpr char EmailConfirmationUrl[] = "General/EmailConfirmationUrl";
 } // namespace General
 namespace Compression {
 inline constexpr char Visible[] = "Compression/Visible";

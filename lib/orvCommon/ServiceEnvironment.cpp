@@ -1,12 +1,11 @@
 #include "orvCommon/ServiceEnvironment.h"
 
 #include "orvCommon/AppPath.h"
+#include "orvCommon/ProxyRecord.h"
 
+#include <QDebug>
 #include <QDir>
-#include <QFileInfo>
 #include <QNetworkProxy>
-#include <QSettings>
-
 #include <sys/stat.h>
 
 namespace Orv::Service {
@@ -22,22 +21,23 @@ void init_environment()
 
 void init_proxy()
 {
-    const QString path = Orv::Defines::AppPath::to().proxyFile();
-    if (!QFileInfo::exists(path))
+    const Orv::Common::ProxyRecord record = Orv::Common::proxySettings();
+    if (!record.enabled() || record.address.isEmpty() || record.port <= 0)
         return;
-    const QSettings record(path, QSettings::IniFormat);
-    const QString type = record.value(QStringLiteral("Proxy/type")).toString().toLower();
-    const QString host = record.value(QStringLiteral("Proxy/host")).toString();
-    const int port = record.value(QStringLiteral("Proxy/port")).toInt();
-    if (host.isEmpty() || port <= 0 || port > 65535)
-        return;
-    if (type == QLatin1String("http") || type == QLatin1String("socks5")) {
-        QNetworkProxy proxy(type == QLatin1String("http") ? QNetworkProxy::HttpProxy
-                                                          : QNetworkProxy::Socks5Proxy,
-                            host, static_cast<quint16>(port),
-                            record.value(QStringLiteral("Proxy/user")).toString());
-        QNetworkProxy::setApplicationProxy(proxy);
+    QNetworkProxy proxy(record.type == Orv::Common::ProxyRecord::Type::Socks5
+                            ? QNetworkProxy::Socks5Proxy
+                            : QNetworkProxy::HttpProxy,
+                        record.address, static_cast<quint16>(record.port));
+    if (record.useAuth) {
+        proxy.setUser(record.user);
+        QString reason;
+        const std::optional<QString> password = record.plainPassword(&reason);
+        if (password)
+            proxy.setPassword(*password);
+        else
+            qWarning() << "The proxy password cannot be used:" << reason;
     }
+    QNetworkProxy::setApplicationProxy(proxy);
 }
 
 } // namespace Orv::Service
