@@ -1,10 +1,15 @@
 #include "GroupConfig.h"
 
+#include "settings/GroupGetSettings.h"
+#include "settings/GroupSetSettings.h"
+
 namespace Orv::CLI {
 
 ConfigGroup::ConfigGroup(QObject* parent)
     : CommandGroupBase(QStringLiteral("config"), QStringLiteral("general settings"), parent)
 {
+    addSubItem(QSharedPointer<GetSettingsGroup>::create());
+    addSubItem(QSharedPointer<SetSettingsGroup>::create());
 }
 
 } // namespace Orv::CLI

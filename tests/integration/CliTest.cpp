@@ -10,9 +10,13 @@ namespace {
 const QByteArray kBanner = "Orv Backup Command Line Interface started\n\n";
 
 // The top-level listing as the root prints it: one block per item in name
-// order, groups without commands yet as their (empty) group line.
+// order, groups without commands yet as their (empty) group line, "get" and
+// "set" collapsed to one line each.
 const QByteArray kRootItems = "\n"  // account
-                              "\n"  // config
+                              "config <command> - general settings: \n"
+                              "\tget                  - get the current value for a setting\n"
+                              "\tset                  - set a new value for a setting\n"
+                              "\n"
                               "\n"  // feedback
                               "\n"  // plan
                               "\n"  // storage
