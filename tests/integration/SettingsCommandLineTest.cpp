@@ -1,0 +1,117 @@
+#include "support/Sandbox.h"
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <gtest/gtest.h>
+#include <memory>
+
+using OrvTest::RunResult;
+using OrvTest::Sandbox;
+
+namespace {
+
+const QByteArray kBanner = "Orv Backup Command Line Interface started\n\n";
+const QString kStore = QStringLiteral("config/defaultSettings.conf");
+
+RunResult config(Sandbox& sandbox, const QString& line)
+{
+    return sandbox.run(QStringList{QStringLiteral("config")} +
+                       line.split(QLatin1Char(' '), Qt::SkipEmptyParts));
+}
+
+void expectRun(const RunResult& result, const QByteArray& out, int exitCode)
+{
+    EXPECT_EQ(result.exitCode, exitCode);
+    EXPECT_EQ(result.out, kBanner + out);
+    EXPECT_EQ(result.err, QByteArray());
+}
+
+QJsonObject storeOf(const Sandbox& sandbox)
+{
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(sandbox.readFile(kStore), &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << sandbox.readFile(kStore).constData();
+    return document.object();
+}
+
+} // namespace
+
+TEST(SettingsCommandLine, ValuesSetByOneRunAreShownByTheNext)
+{
+    Sandbox sandbox;
+    expectRun(config(sandbox, QStringLiteral("get threadcount")), "Thread count: 5", 0);
+    expectRun(config(sandbox, QStringLiteral("set threadcount -v 4")), "\nSuccess.\n", 0);
+    expectRun(config(sandbox, QStringLiteral("get threadcount")), "Thread count: 4", 0);
+    expectRun(config(sandbox, QStringLiteral("set threadcount -v 101")),
+              "Wrong thread count value specified\nCan't save values\n\n", 255);
+    expectRun(config(sandbox, QStringLiteral("set bandwidthcloud -l U")), "\nSuccess.\n", 0);
+    expectRun(config(sandbox, QStringLiteral("get bandwidthcloud")), "Cloud bandwidth: Unlimited\n",
+              0);
+    EXPECT_EQ(storeOf(sandbox).value(QStringLiteral("Cloud Bandwidth")).toString(),
+              QStringLiteral("-1"));
+
+    // A get command has no options: the parser reports the word and ends the run.
+    const RunResult extra = config(sandbox, QStringLiteral("get threadcount -v 5"));
+    EXPECT_EQ(extra.exitCode, 1);
+    EXPECT_EQ(extra.err, QByteArray("orvV2: Unknown option 'v'.\n"));
+}
+
+TEST(SettingsCommandLine, DamagedStoreFilesShowDefaultsAndRefuseToBeOverwrittenBlindly)
+{
+    Sandbox sandbox;
+    for (const QByteArray& content : {QByteArray(), QByteArray("{\"MultiThread threads"),
+                                      QByteArray("\xff\xfe\x00garbage", 10)}) {
+        sandbox.writeFile(kStore, content);
+        expectRun(config(sandbox, QStringLiteral("get queuesize")), "Queue size: 2000", 0);
+    }
+    // The damaged file is replaced whole by the next change, and kept aside.
+    expectRun(config(sandbox, QStringLiteral("set queuesize -v 7")), "\nSuccess.\n", 0);
+    EXPECT_EQ(storeOf(sandbox).value(QStringLiteral("Glacier queue size")).toString(),
+              QStringLiteral("7"));
+    EXPECT_TRUE(sandbox.exists(kStore + QStringLiteral(".corrupt")));
+
+    // A store that cannot be read is shown as defaults and never written over.
+    QFile::remove(sandbox.path(kStore));
+    QDir().mkpath(sandbox.path(kStore));
+    expectRun(config(sandbox, QStringLiteral("get queuesize")), "Queue size: 2000", 0);
+    expectRun(config(sandbox, QStringLiteral("set queuesize -v 8")), "Can't save values\n\n", 255);
+    expectRun(config(sandbox, QStringLiteral("set logging --rotation 3")), "Can't save values\n\n",
+              255);
+    EXPECT_TRUE(QFileInfo(sandbox.path(kStore)).isDir());
+}
+
+TEST(SettingsCommandLine, ConcurrentChangesOfDifferentSettingsAreAllKept)
+{
+    Sandbox sandbox;
+    constexpr int kRounds = 6;
+    for (int round = 1; round <= kRounds; ++round) {
+        const QStringList lines[] = {
+            {QStringLiteral("config"), QStringLiteral("set"), QStringLiteral("threadcount"),
+             QStringLiteral("-v"), QString::number(round)},
+            {QStringLiteral("config"), QStringLiteral("set"), QStringLiteral("queuesize"),
+             QStringLiteral("-v"), QString::number(100 + round)},
+        };
+        std::unique_ptr<QProcess> runs[2];
+        for (int i = 0; i < 2; ++i) {
+            runs[i] = std::make_unique<QProcess>();
+            runs[i]->setProcessEnvironment(sandbox.environment());
+            runs[i]->setWorkingDirectory(sandbox.root());
+            runs[i]->start(Sandbox::binary(QStringLiteral("orvV2")), lines[i]);
+        }
+        for (auto& run : runs) {
+            ASSERT_TRUE(run->waitForFinished(30000));
+            EXPECT_EQ(run->exitCode(), 0) << run->readAllStandardOutput().constData();
+        }
+        const QJsonObject store = storeOf(sandbox);
+        EXPECT_EQ(store.value(QStringLiteral("MultiThread threads count")).toString(),
+                  QString::number(round));
+        EXPECT_EQ(store.value(QStringLiteral("Glacier queue size")).toString(),
+                  QString::number(100 + round));
+    }
+    const QStringList left =
+        QDir(sandbox.path(QStringLiteral("config"))).entryList(QDir::Files | QDir::Hidden);
+    EXPECT_EQ(left, QStringList({QStringLiteral("defaultSettings.conf"),
+                                 QStringLiteral("defaultSettings.conf.lock")}));
+}
