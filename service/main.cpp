@@ -4,6 +4,7 @@
 #include "orvCommon/Installation.h"
 #include "orvCommon/ServiceEnvironment.h"
 #include "service/Service.h"
+#include "service/SettingsWatcher.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -18,15 +19,10 @@ void setUpLogging()
     namespace Common = SHARED::defines::common;
     Kel::LogManager* log = Kel::LogManager::instance();
     log->setAppPrefix(QStringLiteral("orvd"));
-    log->setLogPath(Orv::Defines::AppPath::to().logs());
-    log->setLogLevel(Common::logLevel());
-    log->setRotateDays(Common::logRotateDays());
     log->setDebug(Common::isDebug());
     log->setOutToStream(false);
-    log->init();
-    // Debug lines are not even formatted unless someone will read them.
-    if (Common::logLevel() != Kel::LogLevel::Debug && !Common::isDebug())
-        QLoggingCategory::setFilterRules(QStringLiteral("orvd.*.debug=false"));
+    // Level, rotation and folder come from the settings store, and follow it.
+    Orv::Service::SettingsWatcher::applyLogging();
 }
 
 } // namespace
@@ -49,6 +45,8 @@ int main(int argc, char** argv)
     // A client that goes away while we write to it must not end the service.
     ::signal(SIGPIPE, SIG_IGN);
 
+    Orv::Service::SettingsWatcher settings;
+    settings.start();
     Orv::Service::Service service;
     QString error;
     if (!service.start(&error)) {

@@ -1,11 +1,13 @@
 #include "support/Sandbox.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <gtest/gtest.h>
 #include <memory>
+#include <thread>
 
 using OrvTest::RunResult;
 using OrvTest::Sandbox;
@@ -34,6 +36,18 @@ QJsonObject storeOf(const Sandbox& sandbox)
     const QJsonDocument document = QJsonDocument::fromJson(sandbox.readFile(kStore), &error);
     EXPECT_EQ(error.error, QJsonParseError::NoError) << sandbox.readFile(kStore).constData();
     return document.object();
+}
+
+// Waits (at most 10 s) until the file holds the text.
+bool waitForText(const Sandbox& sandbox, const QString& file, const QByteArray& text)
+{
+    const QDeadlineTimer deadline(10000);
+    while (!sandbox.readFile(file).contains(text)) {
+        if (deadline.hasExpired())
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
 }
 
 } // namespace
@@ -114,4 +128,31 @@ TEST(SettingsCommandLine, ConcurrentChangesOfDifferentSettingsAreAllKept)
         QDir(sandbox.path(QStringLiteral("config"))).entryList(QDir::Files | QDir::Hidden);
     EXPECT_EQ(left, QStringList({QStringLiteral("defaultSettings.conf"),
                                  QStringLiteral("defaultSettings.conf.lock")}));
+}
+
+TEST(SettingsCommandLine, RunningServiceFollowsLoggingAndRetryChanges)
+{
+    Sandbox sandbox;
+    ASSERT_TRUE(sandbox.startService());
+    const QString moved = sandbox.path(QStringLiteral("moved-logs"));
+    expectRun(
+        config(sandbox, QStringLiteral("set logging --mode debug --rotation 9 --path ") + moved),
+        "Logging mode is set to: Debug\nLogging rotation timeout is set to: 9 day(s)\n"
+        "Logging path is set to: " +
+            moved.toUtf8() + "\n\nSuccess.\n",
+        0);
+    EXPECT_TRUE(
+        waitForText(sandbox, QStringLiteral("logs/orvd.log"),
+                    "Logging changes to level Debug rotation 9 day(s) in " + moved.toUtf8()));
+    EXPECT_TRUE(
+        waitForText(sandbox, QStringLiteral("moved-logs/orvd.log"), "Logging here at level Debug"));
+
+    expectRun(
+        config(sandbox, QStringLiteral("set connection --retry-count 3 --retry-interval 1500")),
+        "Connection retry count is set to: 3.\nConnection retry interval is set to: 1500 "
+        "(msec).\n\nSuccess.\n",
+        0);
+    EXPECT_TRUE(waitForText(sandbox, QStringLiteral("moved-logs/orvd.log"),
+                            "Connection retries now 3 attempt(s), 1500 ms apart"));
+    EXPECT_EQ(sandbox.stopService(), 0);
 }

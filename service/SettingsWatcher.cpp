@@ -1,0 +1,101 @@
+#include "service/SettingsWatcher.h"
+
+#include "orvCommon/AppPath.h"
+#include "orvCommon/DefaultSettings.h"
+#include "orvCommon/Installation.h"
+#include "service/ServiceLog.h"
+
+#include <QDir>
+
+namespace Orv::Service {
+
+namespace {
+
+namespace Common = SHARED::defines::common;
+
+// A change of several keys arrives as several rewrites in a row; they are
+// taken together once the folder has been quiet this long.
+constexpr int kSettleMs = 50;
+
+} // namespace
+
+SettingsWatcher::Values SettingsWatcher::Values::current()
+{
+    DefaultSettings* store = DefaultSettings::instance();
+    Values values;
+    values.level = Common::logLevel();
+    values.rotateDays = Common::logRotateDays();
+    values.logPath = Common::logPath();
+    values.retryAttempts = store->getConnectionRetryAttempts();
+    values.retryInterval = store->getConnectionRetryInterval();
+    return values;
+}
+
+bool SettingsWatcher::Values::sameLogging(const Values& other) const
+{
+    return level == other.level && rotateDays == other.rotateDays && logPath == other.logPath;
+}
+
+bool SettingsWatcher::Values::sameRetries(const Values& other) const
+{
+    return retryAttempts == other.retryAttempts && retryInterval == other.retryInterval;
+}
+
+SettingsWatcher::SettingsWatcher(QObject* parent) : QObject(parent)
+{
+    m_settle.setSingleShot(true);
+    m_settle.setInterval(kSettleMs);
+    connect(&m_settle, &QTimer::timeout, this, &SettingsWatcher::reload);
+    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, &m_settle,
+            QOverload<>::of(&QTimer::start));
+}
+
+bool SettingsWatcher::start()
+{
+    m_applied = Values::current();
+    const QString folder = Defines::AppPath::to().config();
+    if (!QDir().mkpath(folder) || !m_watcher.addPath(folder)) {
+        qCWarning(lcConfig).noquote()
+            << "Cannot watch" << folder << "; settings changes apply at the next start";
+        return false;
+    }
+    return true;
+}
+
+void SettingsWatcher::applyLogging()
+{
+    Kel::LogManager* log = Kel::LogManager::instance();
+    const Kel::LogLevel level = Common::logLevel();
+    const QString chosen = Common::logPath();
+    log->setLogLevel(level);
+    log->setRotateDays(Common::logRotateDays());
+    log->setLogPath(chosen);
+    if (!log->init() && chosen != DefaultSettings::getDefaultLogPath()) {
+        log->setLogPath(DefaultSettings::getDefaultLogPath());
+        log->init();
+        qCWarning(lcConfig).noquote() << "Cannot write logs in" << chosen << "; using"
+                                      << DefaultSettings::getDefaultLogPath();
+    }
+    // Debug lines are not even formatted unless someone will read them.
+    QLoggingCategory::setFilterRules(level == Kel::LogLevel::Debug || Common::isDebug()
+                                         ? QString()
+                                         : QStringLiteral("orvd.*.debug=false"));
+}
+
+void SettingsWatcher::reload()
+{
+    DefaultSettings::instance()->reload();
+    const Values now = Values::current();
+    if (!now.sameLogging(m_applied)) {
+        qCInfo(lcConfig).noquote() << "Logging changes to level" << Kel::logLevelName(now.level)
+                                   << "rotation" << now.rotateDays << "day(s) in" << now.logPath;
+        applyLogging();
+        qCInfo(lcConfig).noquote() << "Logging here at level" << Kel::logLevelName(now.level);
+    }
+    if (!now.sameRetries(m_applied))
+        qCInfo(lcConfig).noquote() << "Connection retries now" << now.retryAttempts << "attempt(s),"
+                                   << now.retryInterval << "ms apart";
+    m_applied = now;
+}
+
+} // namespace Orv::Service
