@@ -42,20 +42,25 @@ ConfigFolder::ConfigFolder(const QString& path, const QString& suffix, Parser pa
 
 QJsonArray ConfigFolder::rows()
 {
-    if (m_scanned && m_watch.isArmed() && !m_watch.takeChanges())
-        return m_rows;
+    FolderWatch::Changes changes;
+    if (m_scanned && m_watch.isArmed()) {
+        changes = m_watch.takeChanges();
+        if (!changes.any)
+            return m_rows;
+    }
     // Armed before listing, so that a change made while we list is reported
     // by the next call.
     if (!m_watch.isArmed())
         m_watch.arm(m_encodedPath);
     const QMap<QString, Stamp> stamps = scan();
-    bool unchanged = m_scanned && stamps.size() == m_entries.size();
+    bool unchanged = m_scanned && stamps.size() == m_entries.size() && changes.names.isEmpty() &&
+                     !changes.unknown;
     for (auto it = stamps.cbegin(); unchanged && it != stamps.cend(); ++it) {
         const auto known = m_entries.constFind(it.key());
         unchanged = known != m_entries.cend() && known->stamp == it.value();
     }
     if (!unchanged)
-        refresh(stamps);
+        refresh(stamps, changes);
     return m_rows;
 }
 
@@ -88,16 +93,18 @@ QMap<QString, ConfigFolder::Stamp> ConfigFolder::scan()
     return stamps;
 }
 
-void ConfigFolder::refresh(const QMap<QString, Stamp>& stamps)
+void ConfigFolder::refresh(const QMap<QString, Stamp>& stamps, const FolderWatch::Changes& changes)
 {
     QMap<QString, Entry> entries;
     QJsonArray rows;
     for (auto it = stamps.cbegin(); it != stamps.cend(); ++it) {
         const auto known = m_entries.constFind(it.key());
+        // Timestamps are coarse: a file rewritten twice within one tick keeps
+        // its stamp, so what the watch names is read again regardless.
+        const bool reusable = known != m_entries.cend() && known->stamp == it.value() &&
+                              !changes.unknown && !changes.names.contains(it.key());
         Entry entry{it.value(), {}};
-        entry.row = known != m_entries.cend() && known->stamp == it.value()
-                        ? known->row
-                        : load(it.key(), it.value());
+        entry.row = reusable ? known->row : load(it.key(), it.value());
         if (entry.row)
             rows.append(*entry.row);
         entries.insert(it.key(), entry);

@@ -15,8 +15,9 @@ namespace Orv::Service {
 // A configuration folder holding one file per item (accounts, plans). An
 // added, replaced, rewritten or removed file shows in the very next answer:
 // the folder is listed again whenever its watch reports a change (or on every
-// call while it cannot be watched), and only files whose size, inode or times
-// changed are read and parsed again. Asking often costs next to nothing.
+// call while it cannot be watched), and a file is read and parsed again when
+// the watch named it or its size, inode or times changed. Asking often costs
+// next to nothing.
 //
 // Files that cannot be read or parsed are logged once per change and left
 // out; they never stop the others from being listed.
@@ -57,7 +58,7 @@ private:
     };
 
     QMap<QString, Stamp> scan();
-    void refresh(const QMap<QString, Stamp>& stamps);
+    void refresh(const QMap<QString, Stamp>& stamps, const FolderWatch::Changes& changes);
     std::optional<QJsonObject> load(const QString& fileName, const Stamp& stamp) const;
     void reportFolderProblem(const QString& problem);
 

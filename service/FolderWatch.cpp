@@ -1,5 +1,6 @@
 #include "service/FolderWatch.h"
 
+#include <QFile>
 #include <cerrno>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -31,11 +32,13 @@ bool FolderWatch::arm(const QByteArray& encodedPath)
     return m_watch >= 0;
 }
 
-bool FolderWatch::takeChanges()
+FolderWatch::Changes FolderWatch::takeChanges()
 {
-    if (m_fd < 0)
-        return true;
-    bool changed = false;
+    Changes changes;
+    if (m_fd < 0) {
+        changes.any = changes.unknown = true;
+        return changes;
+    }
     bool ended = false;
     alignas(inotify_event) char buffer[4096];
     for (;;) {
@@ -45,20 +48,22 @@ bool FolderWatch::takeChanges()
         if (length <= 0) {
             // EAGAIN: nothing (more) queued. Anything else: we cannot tell.
             if (length < 0 && errno != EAGAIN)
-                changed = ended = true;
+                changes.any = changes.unknown = ended = true;
             break;
         }
-        changed = true;
+        changes.any = true;
         for (ssize_t offset = 0; offset < length;) {
             const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
             if (event->mask & kWatchEnded)
-                ended = true;
+                changes.unknown = ended = true;
+            if (event->len > 0)
+                changes.names.insert(QFile::decodeName(event->name));
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
         }
     }
     if (ended)
         disarm();
-    return changed;
+    return changes;
 }
 
 void FolderWatch::disarm()

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QByteArray>
+#include <QSet>
+#include <QString>
 
 namespace Orv::Service {
 
@@ -22,10 +24,18 @@ public:
     // Starts watching; false when that is not possible now.
     bool arm(const QByteArray& encodedPath);
     bool isArmed() const { return m_watch >= 0; }
-    // True when something changed since the last call, or the watch ended
-    // (folder removed or moved, events lost); the watch is then disarmed when
-    // it can no longer report.
-    bool takeChanges();
+    struct Changes
+    {
+        // Anything at all happened.
+        bool any = false;
+        // The names are not complete: events were lost or the watch ended.
+        bool unknown = false;
+        // Entries created, removed, renamed or written.
+        QSet<QString> names;
+    };
+    // What changed since the last call. When the watch ended (folder removed
+    // or moved) it is disarmed.
+    Changes takeChanges();
 
 private:
     void disarm();

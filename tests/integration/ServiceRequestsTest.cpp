@@ -169,9 +169,14 @@ TEST(ServiceRequests, PlanFileChangesShowInTheNextReply)
     EXPECT_EQ(namesOf(planList(client)), QStringList({"Daily at noon"}));
     sandbox.writeFile("config/plans/" + kWeeklyId + ".xml", planXml(kWeeklyId, "Weekly again"));
     EXPECT_EQ(namesOf(planList(client)), QStringList({"Weekly again", "Daily at noon"}));
+    // Same size and inode; where file times are coarse, the same times too.
+    for (const char* name : {"Weekly AGAIN", "weekly again"}) {
+        sandbox.writeFile("config/plans/" + kWeeklyId + ".xml", planXml(kWeeklyId, name));
+        EXPECT_EQ(namesOf(planList(client)), QStringList({name, "Daily at noon"}));
+    }
 
     ASSERT_TRUE(QFile::remove(daily));
-    EXPECT_EQ(namesOf(planList(client)), QStringList({"Weekly again"}));
+    EXPECT_EQ(namesOf(planList(client)), QStringList({"weekly again"}));
 
     // The whole folder replaced by another one.
     QDir config(sandbox.path(QStringLiteral("config")));
