@@ -71,24 +71,47 @@ for command in "${commands[@]}"; do
     fi
 done
 
+# Samples are taken in rounds that visit every command in turn, so that a
+# change in the machine's load during the run falls on all of them alike.
+rounds=5
+per_round=$(((runs + rounds - 1) / rounds))
 medians=()
-if command -v hyperfine >/dev/null 2>&1; then
-    tool="hyperfine $(hyperfine --version | awk '{print $2}')"
-    hyperfine -N --style none --warmup 3 --runs "$runs" --export-json "$work/times.json" \
-        "${commands[@]}" >/dev/null
-    mapfile -t medians < <(grep -o '"median": *[0-9.eE+-]*' "$work/times.json" |
-        awk '{printf "%.3f\n", $2 * 1000}')
+if command -v hyperfine >/dev/null 2>&1 && command -v node >/dev/null 2>&1; then
+    tool="hyperfine $(hyperfine --version | awk '{print $2}'), $rounds interleaved rounds"
+    for round in $(seq "$rounds"); do
+        hyperfine -N --style none --warmup 2 --runs "$per_round" \
+            --export-json "$work/round$round.json" "${commands[@]}" >/dev/null 2>"$work/hyperfine.err" ||
+            { cat "$work/hyperfine.err" >&2; exit 1; }
+    done
+    mapfile -t medians < <(node -e '
+        const fs = require("fs");
+        const samples = [];
+        for (const file of process.argv.slice(1))
+            JSON.parse(fs.readFileSync(file)).results.forEach((result, i) => {
+                samples[i] = (samples[i] || []).concat(result.times);
+            });
+        for (const times of samples) {
+            times.sort((a, b) => a - b);
+            const n = times.length;
+            const median = n % 2 ? times[(n - 1) / 2] : (times[n / 2 - 1] + times[n / 2]) / 2;
+            console.log((median * 1000).toFixed(3));
+        }' "$work"/round*.json)
 else
-    tool="date +%s%N loop"
-    for command in "${commands[@]}"; do
-        samples=()
-        for _ in $(seq "$runs"); do
-            start=$(date +%s%N)
-            # shellcheck disable=SC2086
-            $command >/dev/null 2>&1
-            samples+=($(($(date +%s%N) - start)))
+    tool="date +%s%N loop, $rounds interleaved rounds"
+    declare -A samples=()
+    for _ in $(seq "$rounds"); do
+        for i in "${!commands[@]}"; do
+            for _ in $(seq "$per_round"); do
+                start=$(date +%s%N)
+                # shellcheck disable=SC2086 # the command is words on purpose
+                ${commands[i]} >/dev/null 2>&1
+                samples[$i]+="$(($(date +%s%N) - start)) "
+            done
         done
-        medians+=("$(printf '%s\n' "${samples[@]}" | sort -n |
+    done
+    for i in "${!commands[@]}"; do
+        # shellcheck disable=SC2086 # one sample a word
+        medians+=("$(printf '%s\n' ${samples[$i]} | sort -n |
             awk '{v[NR] = $1} END {m = NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2;
                  printf "%.3f\n", m / 1e6}')")
     done
@@ -101,7 +124,8 @@ ratio() { awk -v v="$1" -v b="$2" 'BEGIN {printf "%.2fx", v / b}'; }
 baseline="${medians[0]}"
 version="${medians[1]}"
 exchange="${medians[2]}"
-echo "Median of $runs runs ($tool), orvd running on a temporary instance"
+echo "Median of $((rounds * per_round)) runs each ($tool); orvd running on a temporary instance;" \
+    "load average $(cut -d" " -f1-3 /proc/loadavg)"
 printf '  %-44s %9s  %8s\n' "" "median" "ratio"
 for i in "${!labels[@]}"; do
     printf '  %-44s %6s ms  %8s\n' "${labels[i]}" "$(ms "${medians[i]}")" \
