@@ -19,6 +19,11 @@ Connection::Connection(const QString& serverName, const QString& sessionId, int 
 {
 }
 
+Connection::~Connection()
+{
+    failAll(QStringLiteral("The connection to the backup service was closed"));
+}
+
 QString Connection::nextExchangeId()
 {
     return QString::number(++m_counter);

@@ -26,6 +26,8 @@ class Connection : public QObject
 public:
     Connection(const QString& serverName, const QString& sessionId, int connectionType,
                QObject* parent = nullptr);
+    // Exchanges still waiting end with an error: their answer can no longer come.
+    ~Connection() override;
 
     void send(ICommand* command);
     void send(V2::Command* command);
