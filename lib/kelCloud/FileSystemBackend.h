@@ -1,0 +1,36 @@
+#pragma once
+
+#include "kelCloud/Backend.h"
+
+namespace Kel::Cloud {
+
+// A local or mounted folder (Config::Path, else Config::Container; an
+// absolute path) as the container. Objects are files below it, names' "/"
+// making subfolders. Each write goes to a hidden temporary file beside its
+// target, is flushed to disk and renamed over the target.
+class FileSystemBackend : public Backend
+{
+public:
+    static std::unique_ptr<Backend> create(const QVariantMap& config, Status* status);
+
+    Status check() override;
+    Status listContainers(QList<ObjectInfo>* containers) override;
+    Status list(const QString& prefix, QList<ObjectInfo>* objects) override;
+    Status stat(const QString& name, ObjectInfo* info) override;
+    Status read(const QString& name, qint64 offset, qint64 length, QIODevice* sink) override;
+    Status write(const QString& name, QIODevice* source, qint64 size) override;
+    Status remove(const QString& name) override;
+
+    using Backend::read;
+    using Backend::write;
+
+private:
+    FileSystemBackend(const QString& given, const QString& root);
+    Status containerPresent() const;
+    QString pathOf(const QString& name) const;
+
+    QString m_given;
+    QString m_root;
+};
+
+} // namespace Kel::Cloud
