@@ -32,12 +32,6 @@ QStringList& CommandBase::optionNames()
     return names;
 }
 
-QStringList& CommandBase::optionsForLog()
-{
-    static QStringList names;
-    return names;
-}
-
 bool CommandBase::isHelpWord(const QString& word)
 {
     return s_helpWords.contains(word);
@@ -116,7 +110,7 @@ void CommandBase::addOption(const QCommandLineOption& option, bool logValue)
     optionNames().append(option.names());
     m_parser.addOption(option);
     if (logValue)
-        optionsForLog().append(option.names());
+        m_optionsForLog.append(option.names());
 }
 
 QString CommandBase::joinedNames(const QCommandLineOption& option)
@@ -210,7 +204,7 @@ void CommandBase::addToLogInfo(const QString& optionName)
         return;
     m_logInfo.append((optionName.size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) +
                      optionName);
-    m_logInfo.append(optionsForLog().contains(optionName)
+    m_logInfo.append(m_optionsForLog.contains(optionName)
                          ? m_parser.value(optionName).trimmed()
                          : QStringLiteral("****"));
 }

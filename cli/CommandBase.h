@@ -79,10 +79,13 @@ protected:
 
 private:
     static QStringList& optionNames();
-    static QStringList& optionsForLog();
 
     static const QVector<QString> s_helpWords;
     static const QVector<QString> s_topLevelWords;
+    // Names of this command's options whose values may be logged. Kept per
+    // command: the same short name is a plain value in one command and a
+    // secret in another.
+    QStringList m_optionsForLog;
     QString m_name;
     QString m_description;
     bool m_viewItemsHelp = true;

@@ -30,6 +30,36 @@ QJsonObject namedReplyData(ICommand* command)
     return data.toObject();
 }
 
+void sendNamedStatus(const QString& name, const QJsonObject& params, QObject* context,
+                     const std::function<void()>& done,
+                     const std::function<void(const QString&)>& failed,
+                     const QString& notRegistered)
+{
+    QPointer<Orv::Common::Communication::Manager> manager =
+        Orv::Common::Communication::Manager::instance();
+    if (!manager)
+        throw kManagerMissing;
+    ICommand* command = manager->commandFactory(name);
+    if (!command)
+        throw notRegistered;
+    command->setRequest(namedRequest(params));
+    // Exactly one of the three signals ends the exchange.
+    const auto judge = [command, done, failed] {
+        command->deleteLater();
+        try {
+            namedReplyData(command);
+        } catch (const QString& message) {
+            failed(message);
+            return;
+        }
+        done();
+    };
+    QObject::connect(command, &ICommand::complite, context, judge);
+    QObject::connect(command, &ICommand::error, context, judge);
+    QObject::connect(command, &ICommand::timeout, context, judge);
+    command->exec();
+}
+
 QSharedPointer<TypedCommand::Response> typedResponseBase(TypedCommand* command, QObject* context,
                                                          const std::function<void()>& resend)
 {
@@ -47,7 +77,7 @@ QSharedPointer<TypedCommand::Response> typedResponseBase(TypedCommand* command, 
     }
 }
 
-QJsonObject blockingExchange(const QString& name, const QJsonObject& params)
+QJsonObject blockingExchange(const QString& name, const QJsonObject& params, int timeoutMs)
 {
     QPointer<Orv::Common::Communication::Manager> manager =
         Orv::Common::Communication::Manager::instance();
@@ -61,6 +91,8 @@ QJsonObject blockingExchange(const QString& name, const QJsonObject& params)
     QObject::connect(command.data(), &ICommand::error, &loop, &QEventLoop::quit);
     QObject::connect(command.data(), &ICommand::timeout, &loop, &QEventLoop::quit);
     command->setRequest(namedRequest(params));
+    if (timeoutMs > 0)
+        command->setTimeout(timeoutMs);
     command->exec();
     loop.exec();
     return namedReplyData(command.data());

@@ -55,7 +55,8 @@ void sendNamed(const QString& name, const QJsonObject& params, Receiver* receive
 
 template <typename Receiver>
 void sendTyped(const QUuid& commandId, QSharedPointer<TypedCommand::Request> request,
-               Receiver* receiver, void (Receiver::*slot)())
+               Receiver* receiver, void (Receiver::*slot)(),
+               const QString& notRegistered = kNotRegistered)
 {
     QPointer<Orv::Common::Communication::Manager> manager =
         Orv::Common::Communication::Manager::instance();
@@ -63,7 +64,7 @@ void sendTyped(const QUuid& commandId, QSharedPointer<TypedCommand::Request> req
         throw kManagerMissing;
     TypedCommand* command = manager->commandFactoryV2(commandId);
     if (!command)
-        throw kNotRegistered;
+        throw notRegistered;
     command->setRequest(std::move(request));
     QObject::connect(command, &TypedCommand::complite, receiver, slot);
     QObject::connect(command, &TypedCommand::error, receiver, slot);
@@ -73,6 +74,14 @@ void sendTyped(const QUuid& commandId, QSharedPointer<TypedCommand::Request> req
 
 // Judges a finished named command and returns the object under "data".
 QJsonObject namedReplyData(ICommand* command);
+
+// Sends a named command whose reply tells nothing but whether it worked:
+// done() or failed(message) runs, in context's thread, when the exchange
+// ends. A command that cannot be sent throws like sendNamed().
+void sendNamedStatus(const QString& name, const QJsonObject& params, QObject* context,
+                     const std::function<void()>& done,
+                     const std::function<void(const QString&)>& failed,
+                     const QString& notRegistered = kNotRegistered);
 
 // Judges a finished typed command. Status 5 logs the retry warning, schedules
 // resend after the retry delay and returns null: the run goes on waiting.
@@ -94,7 +103,8 @@ QSharedPointer<ResponseT> typedResponse(TypedCommand* command, QObject* context,
 }
 
 // Sends a named command and waits for it on a local event loop, for shared
-// look-ups that must return a value to their caller.
-QJsonObject blockingExchange(const QString& name, const QJsonObject& params);
+// look-ups that must return a value to their caller. A timeout of 0 is the
+// manager's default.
+QJsonObject blockingExchange(const QString& name, const QJsonObject& params, int timeoutMs = 0);
 
 } // namespace Orv::CLI::CommandChannel

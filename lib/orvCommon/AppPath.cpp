@@ -86,6 +86,16 @@ QString AppPath::keyFile() const
     return QDir(m_config).filePath(QStringLiteral("local.key"));
 }
 
+QString AppPath::trustedCertificatesFile() const
+{
+    return QDir(m_config).filePath(QStringLiteral("trustedCertificates.pem"));
+}
+
+QString AppPath::knownHostsFile() const
+{
+    return QDir(m_config).filePath(QStringLiteral("known_hosts"));
+}
+
 QString AppPath::databaseFile() const
 {
     return QDir(m_data).filePath(QStringLiteral("orv.db"));

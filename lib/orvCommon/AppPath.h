@@ -31,6 +31,10 @@ public:
     QString settingsFile() const;
     QString proxyFile() const;
     QString keyFile() const;
+    // The server certificates the administrator chose to trust (PEM).
+    QString trustedCertificatesFile() const;
+    // The SSH host keys of the SFTP servers accounts use.
+    QString knownHostsFile() const;
     QString databaseFile() const;
     QString serviceSocket() const;
     QString servicePidFile() const;

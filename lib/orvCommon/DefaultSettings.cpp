@@ -115,6 +115,7 @@ QHash<QString, QString> defaultValues()
         {QLatin1String(RetentionNumberOfVersions), QLatin1String(KeepNumberOfVersions_Disasbled)},
         {QLatin1String(RetentionDeleteLastVersion), QStringLiteral("true")},
         {QLatin1String(RetentionUseBackupDate), QStringLiteral("false")},
+        {QLatin1String(ShowAllAccounts), QStringLiteral("false")},
     };
 }
 
@@ -307,6 +308,7 @@ ORV_SETTING_ACCESSORS(SerializationSupportRetentionTime)
 ORV_SETTING_ACCESSORS(RetentionNumberOfVersions)
 ORV_SETTING_ACCESSORS(RetentionDeleteLastVersion)
 ORV_SETTING_ACCESSORS(RetentionUseBackupDate)
+ORV_SETTING_ACCESSORS(ShowAllAccounts)
 
 #undef ORV_SETTING_ACCESSORS
 

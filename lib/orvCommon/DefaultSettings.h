@@ -113,6 +113,8 @@ public:
     bool setRetentionDeleteLastVersion(const QString& value);
     QString getRetentionUseBackupDate() const;
     bool setRetentionUseBackupDate(const QString& value);
+    QString getShowAllAccounts() const;
+    bool setShowAllAccounts(const QString& value);
 
     static QString getDefaultGlacierQueueSize();
     static QString getDefaultThreadCount();

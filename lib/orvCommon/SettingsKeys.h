@@ -29,6 +29,8 @@ inline constexpr char SerializationSupportRetentionTime[] = "SerializationSuppor
 inline constexpr char RetentionNumberOfVersions[] = "RetentionNumberOfVersions";
 inline constexpr char RetentionDeleteLastVersion[] = "RetentionDeleteLastVersion";
 inline constexpr char RetentionUseBackupDate[] = "RetentionUseBackupDate";
+// "true" offers the deprecated account types too when accounts are added.
+inline constexpr char ShowAllAccounts[] = "ShowAllAccounts";
 } // namespace Orv::SettingsKeys
 
 namespace Orv {

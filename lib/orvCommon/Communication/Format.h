@@ -71,6 +71,48 @@ inline constexpr char SyncStatus[] = "SyncStatus";
 } // namespace Reply
 } // namespace Storage::GetConnection
 
+namespace Storage::DeleteFileSystem {
+inline constexpr char Name[] = "StorageDeleteFileSystem";
+namespace Request {
+inline constexpr char ID[] = "ID";
+inline constexpr char Profile[] = "profile";
+} // namespace Request
+} // namespace Storage::DeleteFileSystem
+
+namespace Storage::SynchronizeRepository {
+inline constexpr char Name[] = "SynchronizeRepository";
+namespace Request {
+inline constexpr char Id[] = "id";
+}
+} // namespace Storage::SynchronizeRepository
+
+// The trusted server-certificate store. Certificates travel as PEM text.
+namespace Ssl {
+inline constexpr char Pem[] = "pem";
+inline constexpr char Success[] = "success";
+namespace ReadFromStorage {
+inline constexpr char Name[] = "ReadFromSslStorage";
+namespace Reply {
+inline constexpr char Certificates[] = "certificates";
+}
+} // namespace ReadFromStorage
+namespace AppendToStorage {
+inline constexpr char Name[] = "AppendToSslStorage";
+}
+namespace WriteToStorage {
+inline constexpr char Name[] = "WriteToSslStorage";
+}
+namespace RemoveFromStorage {
+inline constexpr char Name[] = "RemoveFromSslStorage";
+}
+namespace GetPeerCertificate {
+inline constexpr char Name[] = "GetPeerSslCertificate";
+namespace Request {
+inline constexpr char Endpoint[] = "endpoint";
+}
+} // namespace GetPeerCertificate
+} // namespace Ssl
+
 namespace Plan::GetList {
 inline constexpr char Name[] = "PlanGetList";
 namespace Request {

@@ -18,4 +18,11 @@ inline constexpr char Count[] = "Count";
 inline constexpr char Size[] = "Size";
 } // namespace System::UpdateProgress
 
+namespace SslStorageChange {
+// The trusted-certificate store changed; message member Pem holds the whole
+// store as PEM text.
+inline const QUuid Type{0x37cdd3dc, 0xb98b, 0x44ab, 0x96, 0xf0, 0x44, 0xfc, 0x10, 0xbb, 0x51, 0x50};
+inline constexpr char Pem[] = "pem";
+} // namespace SslStorageChange
+
 } // namespace Orv::Common::Communication::Notification::Format

@@ -2,7 +2,9 @@
 
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/NotificationTypes.h"
+#include "orvCommon/Communication/V2/GetConnection.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
+#include "orvCommon/Communication/V2/SaveStorage.h"
 
 #include <functional>
 
@@ -32,6 +34,8 @@ const QList<TypedEntry>& typedTable()
 {
     static const QList<TypedEntry> table = {
         typed<V2::Plan::GetPlanList>("GetPlanList"),
+        typed<V2::GetConnection>("GetConnection"),
+        typed<V2::Storage::SaveStorage>("SaveStorage"),
     };
     return table;
 }
@@ -43,6 +47,13 @@ QStringList Registry::namedCommands()
     return {
         QLatin1String(Format::Storage::GetConnection::Name),
         QLatin1String(Format::Plan::GetList::Name),
+        QLatin1String(Format::Storage::DeleteFileSystem::Name),
+        QLatin1String(Format::Storage::SynchronizeRepository::Name),
+        QLatin1String(Format::Ssl::ReadFromStorage::Name),
+        QLatin1String(Format::Ssl::AppendToStorage::Name),
+        QLatin1String(Format::Ssl::WriteToStorage::Name),
+        QLatin1String(Format::Ssl::RemoveFromStorage::Name),
+        QLatin1String(Format::Ssl::GetPeerCertificate::Name),
     };
 }
 
@@ -70,7 +81,8 @@ QList<QUuid> Registry::typedCommands()
 bool Registry::isNotificationType(const QUuid& type)
 {
     return type == Notification::Format::System::Update::Type ||
-           type == Notification::Format::System::UpdateProgress::Type;
+           type == Notification::Format::System::UpdateProgress::Type ||
+           type == Notification::Format::SslStorageChange::Type;
 }
 
 } // namespace Orv::Common::Communication
