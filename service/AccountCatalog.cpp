@@ -1,7 +1,10 @@
 #include "service/AccountCatalog.h"
 
+#include "kelCore/AtomicFile.h"
 #include "orvCommon/Communication/Format.h"
 
+#include <QDir>
+#include <QFile>
 #include <QJsonDocument>
 
 namespace Orv::Service {
@@ -35,6 +38,57 @@ std::optional<QJsonObject> accountRecord(const QByteArray& contents, QString* er
 AccountCatalog::AccountCatalog(const QString& folder)
     : m_folder(folder, QStringLiteral(".json"), &accountRecord)
 {
+}
+
+std::optional<QJsonObject> AccountCatalog::find(const QUuid& id)
+{
+    if (id.isNull())
+        return std::nullopt;
+    const QJsonArray all = records();
+    for (const QJsonValue& value : all) {
+        const QJsonObject record = value.toObject();
+        if (QUuid(record.value(QLatin1String(Reply::ID)).toString()) == id)
+            return record;
+    }
+    return std::nullopt;
+}
+
+QString AccountCatalog::fileOf(const QUuid& id) const
+{
+    return QDir(m_folder.path())
+        .filePath(id.toString(QUuid::WithoutBraces) + QStringLiteral(".json"));
+}
+
+QString AccountCatalog::save(const QJsonObject& record)
+{
+    const QUuid id(record.value(QLatin1String(Reply::ID)).toString());
+    if (id.isNull())
+        return QStringLiteral("the account record has no ID");
+    if (!QDir().mkpath(m_folder.path()))
+        return QStringLiteral("cannot create the folder %1").arg(m_folder.path());
+    return Kel::Core::AtomicFile::write(fileOf(id),
+                                        QJsonDocument(record).toJson(QJsonDocument::Indented));
+}
+
+QString AccountCatalog::remove(const QUuid& id)
+{
+    if (!find(id))
+        return QStringLiteral("no account has the ID %1").arg(id.toString());
+    // A file put there by hand may go by another name than the ID.
+    const QDir folder(m_folder.path());
+    const QStringList names = folder.entryList({QStringLiteral("*.json")}, QDir::Files);
+    for (const QString& name : names) {
+        QFile file(folder.filePath(name));
+        if (file.size() > ConfigFolder::kMaxFileSize || !file.open(QIODevice::ReadOnly))
+            continue;
+        QString ignored;
+        const std::optional<QJsonObject> record = accountRecord(file.readAll(), &ignored);
+        if (!record || QUuid(record->value(QLatin1String(Reply::ID)).toString()) != id)
+            continue;
+        if (!QFile::remove(file.fileName()))
+            return QStringLiteral("cannot remove %1").arg(file.fileName());
+    }
+    return {};
 }
 
 } // namespace Orv::Service

@@ -3,6 +3,8 @@
 #include "service/ConfigFolder.h"
 
 #include <QJsonArray>
+#include <QUuid>
+#include <optional>
 
 namespace Orv::Service {
 
@@ -17,8 +19,20 @@ public:
     QString folder() const { return m_folder.path(); }
     // The account records as stored, in file-name order.
     QJsonArray records() { return m_folder.rows(); }
+    // Changes whenever records() gives something new.
+    quint64 generation() const { return m_folder.generation(); }
+    std::optional<QJsonObject> find(const QUuid& id);
+
+    // Writes the record (which has an ID) whole and atomically as
+    // "<uuid>.json", replacing the account's earlier file. Returns an empty
+    // string on success, otherwise the reason.
+    QString save(const QJsonObject& record);
+    // Removes the account's file; an unknown id is an error.
+    QString remove(const QUuid& id);
 
 private:
+    QString fileOf(const QUuid& id) const;
+
     ConfigFolder m_folder;
 };
 

@@ -1,12 +1,13 @@
 #include "service/Service.h"
 
 #include "kelCore/Version.h"
+#include "kelNetwork/Ssl/PeerCertificates.h"
 #include "orvCommon/AppPath.h"
 #include "orvCommon/Database.h"
 #include "orvCommon/Installation.h"
 #include "service/ServiceLog.h"
 #include "service/SignalBridge.h"
-#include "service/StorageConnectionHandler.h"
+#include "service/StorageScan.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -50,11 +51,25 @@ bool ensurePrivateFolder(const QString& path, QString* error)
 
 Service::Service(QObject* parent)
     : QObject(parent), m_plans(Orv::Defines::AppPath::to().plans()),
-      m_accounts(Orv::Defines::AppPath::to().accounts()), m_planList(m_plans),
+      m_accounts(Orv::Defines::AppPath::to().accounts()),
+      m_trustedStore(Orv::Defines::AppPath::to().trustedCertificatesFile()), m_planList(m_plans),
+      m_sync(m_accounts, m_storageState, &StorageScan::run),
+      m_connections(m_accounts, m_storageState, m_sync),
+      m_accountChanges(m_accounts, m_storageState, m_sync),
+      m_sslStore(m_trustedStore,
+                 [](const QString& endpoint, QString* error) {
+                     return Kel::Network::Ssl::fetchPeerCertificates(endpoint, error);
+                 },
+                 [this](const QUuid& type, const QJsonObject& message) {
+                     m_server.broadcast(type, message);
+                 }),
       m_dispatcher(m_registry), m_server(m_dispatcher)
 {
     m_planList.install(m_registry);
-    StorageConnectionHandler::install(m_registry, m_accounts);
+    m_connections.install(m_registry);
+    m_accountChanges.install(m_registry);
+    m_sync.install(m_registry);
+    m_sslStore.install(m_registry);
 }
 
 Service::~Service()
@@ -144,6 +159,7 @@ void Service::shutdown()
 {
     m_dispatcher.setReady(false);
     m_server.close();
+    m_sync.stop();
     closeDatabase();
     m_lock.release();
 }

@@ -6,7 +6,13 @@
 #include "service/InstanceLock.h"
 #include "service/PlanCatalog.h"
 #include "service/PlanListHandler.h"
+#include "service/RepositorySync.h"
 #include "service/SocketServer.h"
+#include "service/SslStoreHandler.h"
+#include "service/StorageAccountHandler.h"
+#include "service/StorageConnectionHandler.h"
+#include "service/StorageState.h"
+#include "service/TrustedStore.h"
 
 #include <QObject>
 
@@ -44,7 +50,13 @@ private:
     // The handlers and what they read come first: they outlive the server.
     PlanCatalog m_plans;
     AccountCatalog m_accounts;
+    StorageState m_storageState;
+    TrustedStore m_trustedStore;
     PlanListHandler m_planList;
+    RepositorySync m_sync;
+    StorageConnectionHandler m_connections;
+    StorageAccountHandler m_accountChanges;
+    SslStoreHandler m_sslStore;
     HandlerRegistry m_registry;
     Dispatcher m_dispatcher;
     SocketServer m_server;

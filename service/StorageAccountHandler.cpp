@@ -1,0 +1,152 @@
+#include "service/StorageAccountHandler.h"
+
+#include "kelCloud/Config.h"
+#include "kelCloud/Types.h"
+#include "orvCommon/Communication/Format.h"
+#include "orvCommon/Communication/V2/SaveStorage.h"
+#include "orvCommon/Installation.h"
+#include "orvInfo/StorageAccountConfigFormat.h"
+#include "orvInfo/StorageConnection.h"
+#include "service/AccountCatalog.h"
+#include "service/AccountSecrets.h"
+#include "service/HandlerRegistry.h"
+#include "service/RepositorySync.h"
+#include "service/ServiceLog.h"
+#include "service/StorageState.h"
+
+#include <QJsonArray>
+
+namespace Orv::Service {
+
+namespace Format = Orv::Common::Communication::Commands::Format;
+namespace Reply = Format::Storage::GetConnection::Reply;
+using SaveStorage = Orv::Common::Communication::V2::Storage::SaveStorage;
+using Orv::Info::Storage::Connection;
+
+namespace {
+
+const QString kManagedRefusal =
+    QStringLiteral("This storage destination cannot be deleted from the agent, please contact "
+                   "your service provider.\n");
+
+bool isManaged()
+{
+    return !SHARED::defines::common::is_standalone();
+}
+
+// The root a record shows: the folder of a file-system account, the bucket,
+// container or server folder of the others.
+QString rootOf(const QJsonObject& params)
+{
+    const QString path = params.value(QLatin1String(Kel::Cloud::Config::Path)).toString();
+    return path.isEmpty() ? params.value(QLatin1String(Kel::Cloud::Config::Container)).toString()
+                          : path;
+}
+
+QString nameTakenBy(AccountCatalog& catalog, const QString& name, const QUuid& id)
+{
+    const QJsonArray records = catalog.records();
+    for (const QJsonValue& value : records) {
+        const Connection other = Connection::fromRecord(value.toObject());
+        if (other.id() != id && other.displayName() == name)
+            return other.id().toString();
+    }
+    return {};
+}
+
+} // namespace
+
+void StorageAccountHandler::install(HandlerRegistry& registry)
+{
+    registry.addTyped<SaveStorage>([this](const SaveStorage::Request& request,
+                                          const RequestContext&) {
+        const Kel::Cloud::Type type = Kel::Cloud::typeFromValue(request.type());
+        if (type == Kel::Cloud::Type::Unknown)
+            return TypedOutcome::failed(
+                QStringLiteral("Unknown storage type %1").arg(request.type()));
+        if (isManaged() && type != Kel::Cloud::Type::FileSystem)
+            return TypedOutcome::failed(
+                QStringLiteral("Only file system accounts can be saved on a managed client"));
+        const QString name = request.displayName();
+        if (name.trimmed().isEmpty())
+            return TypedOutcome::failed(QStringLiteral("The account needs a name"));
+        if (!nameTakenBy(m_catalog, name, request.id()).isEmpty())
+            return TypedOutcome::failed(
+                QStringLiteral("An account named \"%1\" already exists").arg(name));
+
+        const std::optional<QJsonObject> previous = m_catalog.find(request.id());
+        const Connection before = previous ? Connection::fromRecord(*previous) : Connection();
+        QJsonObject params = QJsonObject::fromVariantMap(request.params());
+        // Values added for the backends at the time of use are never stored.
+        for (const char* runtime :
+             {Kel::Cloud::Config::ProxyType, Kel::Cloud::Config::ProxyHost,
+              Kel::Cloud::Config::ProxyPort, Kel::Cloud::Config::ProxyUser,
+              Kel::Cloud::Config::ProxyPassword, Kel::Cloud::Config::KnownHostsFile})
+            params.remove(QLatin1String(runtime));
+        params.insert(QLatin1String(Kel::Cloud::Config::Id), request.id().toString());
+        params.insert(QLatin1String(Kel::Cloud::Config::Type), Kel::Cloud::typeName(type));
+        params.insert(QLatin1String(Orv::Info::StorageAccountConfigFormat::BackupPrefix),
+                      request.prefix());
+        QString error;
+        if (!AccountSecrets::seal(&params, before.detailParams(), &error)) {
+            qCWarning(lcService).noquote() << "Cannot seal the secrets of an account:" << error;
+            return TypedOutcome::failed(QStringLiteral("Cannot protect the account's secrets: ") +
+                                        error);
+        }
+
+        Connection account;
+        account.setId(request.id());
+        account.setDisplayName(name);
+        account.setType(static_cast<int>(type));
+        account.setPath(rootOf(params));
+        account.setPrefix(request.prefix());
+        account.setSpaceLimit(before.spaceLimit());
+        account.setDetailParams(params);
+        QJsonObject record = account.toRecord();
+        // What the storage holds is reported from the database, never stored here.
+        for (const char* live : {Reply::PrefixArray, Reply::SpaceUsed, Reply::SyncStatus})
+            record.remove(QLatin1String(live));
+        error = m_catalog.save(record);
+        if (!error.isEmpty()) {
+            qCWarning(lcService).noquote()
+                << "Cannot save the account" << account.id().toString() << ":" << error;
+            return TypedOutcome::failed(QStringLiteral("Cannot save the account: ") + error);
+        }
+        qCInfo(lcService).noquote() << (previous ? "Account changed:" : "Account added:")
+                                    << account.id().toString() << Kel::Cloud::typeName(type);
+        return TypedOutcome::done(SaveStorage::Response());
+    });
+
+    registry.addNamed(
+        QLatin1String(Format::Storage::DeleteFileSystem::Name),
+        [this](const QJsonObject& params, const RequestContext&) {
+            const QUuid id(
+                params.value(QLatin1String(Format::Storage::DeleteFileSystem::Request::ID))
+                    .toString());
+            const std::optional<QJsonObject> stored = m_catalog.find(id);
+            if (!stored)
+                return NamedOutcome::failure(
+                    QStringLiteral("Error: specified account doesn't exist.\n"));
+            const Connection account = Connection::fromRecord(*stored);
+            if (isManaged() && account.type() != static_cast<int>(Kel::Cloud::Type::FileSystem))
+                return NamedOutcome::failure(kManagedRefusal);
+            if (m_sync.isRunning(id))
+                return NamedOutcome::failure(
+                    QStringLiteral("The account is being synchronised; try again when it ends"));
+            const QString error = m_catalog.remove(id);
+            if (!error.isEmpty()) {
+                qCWarning(lcService).noquote()
+                    << "Cannot delete the account" << id.toString() << ":" << error;
+                return NamedOutcome::failure(QStringLiteral("Cannot delete the account: ") + error);
+            }
+            const QString stateError = m_state.remove(id);
+            if (!stateError.isEmpty())
+                qCWarning(lcService).noquote()
+                    << "The storage state of the deleted account" << id.toString()
+                    << "stays in the database:" << stateError;
+            qCInfo(lcService).noquote() << "Account deleted:" << id.toString();
+            return NamedOutcome::success();
+        });
+}
+
+} // namespace Orv::Service
