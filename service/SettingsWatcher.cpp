@@ -1,8 +1,10 @@
 #include "service/SettingsWatcher.h"
 
+#include "kelNetwork/GlobalConfig.h"
 #include "orvCommon/AppPath.h"
 #include "orvCommon/DefaultSettings.h"
 #include "orvCommon/Installation.h"
+#include "orvCommon/NetworkSettings.h"
 #include "service/ServiceLog.h"
 
 #include <QDir>
@@ -11,7 +13,7 @@ namespace Orv::Service {
 
 namespace {
 
-namespace Common = SHARED::defines::common;
+namespace Installation = SHARED::defines::common;
 
 // A change of several keys arrives as several rewrites in a row; they are
 // taken together once the folder has been quiet this long.
@@ -23,9 +25,10 @@ SettingsWatcher::Values SettingsWatcher::Values::current()
 {
     DefaultSettings* store = DefaultSettings::instance();
     Values values;
-    values.level = Common::logLevel();
-    values.rotateDays = Common::logRotateDays();
-    values.logPath = Common::logPath();
+    values.level = Installation::logLevel();
+    values.rotateDays = Installation::logRotateDays();
+    values.logPath = Installation::logPath();
+    values.ignoreSsl = store->getIgnoreSSL();
     values.retryAttempts = store->getConnectionRetryAttempts();
     values.retryInterval = store->getConnectionRetryInterval();
     return values;
@@ -36,9 +39,10 @@ bool SettingsWatcher::Values::sameLogging(const Values& other) const
     return level == other.level && rotateDays == other.rotateDays && logPath == other.logPath;
 }
 
-bool SettingsWatcher::Values::sameRetries(const Values& other) const
+bool SettingsWatcher::Values::sameNetwork(const Values& other) const
 {
-    return retryAttempts == other.retryAttempts && retryInterval == other.retryInterval;
+    return ignoreSsl == other.ignoreSsl && retryAttempts == other.retryAttempts &&
+           retryInterval == other.retryInterval;
 }
 
 SettingsWatcher::SettingsWatcher(QObject* parent) : QObject(parent)
@@ -53,6 +57,7 @@ SettingsWatcher::SettingsWatcher(QObject* parent) : QObject(parent)
 bool SettingsWatcher::start()
 {
     m_applied = Values::current();
+    Common::applyNetworkSettings();
     const QString folder = Defines::AppPath::to().config();
     if (!QDir().mkpath(folder) || !m_watcher.addPath(folder)) {
         qCWarning(lcConfig).noquote()
@@ -65,10 +70,10 @@ bool SettingsWatcher::start()
 void SettingsWatcher::applyLogging()
 {
     Kel::LogManager* log = Kel::LogManager::instance();
-    const Kel::LogLevel level = Common::logLevel();
-    const QString chosen = Common::logPath();
+    const Kel::LogLevel level = Installation::logLevel();
+    const QString chosen = Installation::logPath();
     log->setLogLevel(level);
-    log->setRotateDays(Common::logRotateDays());
+    log->setRotateDays(Installation::logRotateDays());
     log->setLogPath(chosen);
     if (!log->init() && chosen != DefaultSettings::getDefaultLogPath()) {
         log->setLogPath(DefaultSettings::getDefaultLogPath());
@@ -77,7 +82,7 @@ void SettingsWatcher::applyLogging()
                                       << DefaultSettings::getDefaultLogPath();
     }
     // Debug lines are not even formatted unless someone will read them.
-    QLoggingCategory::setFilterRules(level == Kel::LogLevel::Debug || Common::isDebug()
+    QLoggingCategory::setFilterRules(level == Kel::LogLevel::Debug || Installation::isDebug()
                                          ? QString()
                                          : QStringLiteral("orvd.*.debug=false"));
 }
@@ -92,9 +97,14 @@ void SettingsWatcher::reload()
         applyLogging();
         qCInfo(lcConfig).noquote() << "Logging here at level" << Kel::logLevelName(now.level);
     }
-    if (!now.sameRetries(m_applied))
-        qCInfo(lcConfig).noquote() << "Connection retries now" << now.retryAttempts << "attempt(s),"
-                                   << now.retryInterval << "ms apart";
+    if (!now.sameNetwork(m_applied)) {
+        Common::applyNetworkSettings();
+        const Kel::Network::GlobalConfig* network = Kel::Network::GlobalConfig::instance();
+        qCInfo(lcConfig).noquote()
+            << "Connection retries now" << network->connectionRetryAttempts() << "attempt(s),"
+            << network->connectionRetryInterval() << "ms apart;"
+            << (network->ignoreSslErrors() ? "ignoring" : "checking") << "certificates";
+    }
     m_applied = now;
 }
 

@@ -11,9 +11,10 @@ namespace Orv::Service {
 // Follows the global settings store while the service runs. The command line
 // writes the store directly, by replacing the whole file, so the service
 // watches the configuration folder, reads the store again when it changes,
-// and applies what it uses: log level, log rotation and log folder at once;
-// everything else (connection retries among them) is read from the store
-// where it is used, and so is current from then on.
+// and applies at once what it uses: log level, log rotation and log folder to
+// the log manager; ignoring TLS errors and connection retries to the network
+// library's global configuration, which every connection reads. Everything
+// else is read from the store where it is used, and so is current from then on.
 class SettingsWatcher : public QObject
 {
     Q_OBJECT
@@ -33,12 +34,13 @@ private:
         Kel::LogLevel level = Kel::LogLevel::High;
         int rotateDays = 0;
         QString logPath;
+        QString ignoreSsl;
         QString retryAttempts;
         QString retryInterval;
 
         static Values current();
         bool sameLogging(const Values& other) const;
-        bool sameRetries(const Values& other) const;
+        bool sameNetwork(const Values& other) const;
     };
 
     void reload();

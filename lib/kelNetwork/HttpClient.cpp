@@ -1,30 +1,19 @@
 #include "kelNetwork/HttpClient.h"
 
+#include "kelNetwork/CurlHandle.h"
+#include "kelNetwork/Ssl/CurlTls.h"
+
 #include <curl/curl.h>
 #include <memory>
-#include <mutex>
 
 namespace Kel::Network {
 
 namespace {
 
-struct EasyDeleter
-{
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-};
-
 struct ListDeleter
 {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
-
-bool globalInit()
-{
-    static std::once_flag once;
-    static bool ok = false;
-    std::call_once(once, [] { ok = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK; });
-    return ok;
-}
 
 size_t collectBody(char* data, size_t size, size_t count, void* target)
 {
@@ -41,11 +30,7 @@ size_t collectBody(char* data, size_t size, size_t count, void* target)
 HttpClient::Response HttpClient::send(const Request& request)
 {
     Response response;
-    if (!globalInit()) {
-        response.error = QStringLiteral("the HTTP library could not be initialised");
-        return response;
-    }
-    const std::unique_ptr<CURL, EasyDeleter> handle(curl_easy_init());
+    const CurlHandle handle;
     if (!handle) {
         response.error = QStringLiteral("the HTTP library could not be initialised");
         return response;
@@ -76,8 +61,11 @@ HttpClient::Response HttpClient::send(const Request& request)
     curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.connectTimeoutMs));
     curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(request.timeoutMs));
-    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, request.verifyPeer ? 1L : 0L);
-    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, request.verifyPeer ? 2L : 0L);
+    Ssl::CurlTls::apply(curl);
+    if (!request.verifyPeer) {
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
+    }
     if (!caFile.isEmpty())
         curl_easy_setopt(curl, CURLOPT_CAINFO, caFile.constData());
     // The client's own proxy record decides; an empty string also turns off the
@@ -104,7 +92,7 @@ HttpClient::Response HttpClient::send(const Request& request)
     curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, errorBuffer);
     const CURLcode result = curl_easy_perform(curl);
     if (result != CURLE_OK) {
-        response.error = QString::fromUtf8(*errorBuffer ? errorBuffer : curl_easy_strerror(result));
+        response.error = CurlHandle::errorText(result, errorBuffer);
         response.body.clear();
         return response;
     }

@@ -20,9 +20,11 @@ public:
         QByteArray body;
         int connectTimeoutMs = 10000;
         int timeoutMs = 30000;
-        // Off only when the administrator chose to ignore certificate errors.
+        // Certificates are checked as the installation's TLS rules say (its
+        // trusted certificates, or none when errors are ignored globally);
+        // false turns the check off for this request.
         bool verifyPeer = true;
-        // Extra trust anchors (PEM), on top of the system's.
+        // A PEM bundle used instead of the configured trust anchors.
         QString caFile;
         // "http://host:port"; empty means a direct connection, whatever the
         // environment's proxy variables say.

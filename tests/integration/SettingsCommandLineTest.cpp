@@ -152,7 +152,8 @@ TEST(SettingsCommandLine, RunningServiceFollowsLoggingAndRetryChanges)
         "Connection retry count is set to: 3.\nConnection retry interval is set to: 1500 "
         "(msec).\n\nSuccess.\n",
         0);
-    EXPECT_TRUE(waitForText(sandbox, QStringLiteral("moved-logs/orvd.log"),
-                            "Connection retries now 3 attempt(s), 1500 ms apart"));
+    EXPECT_TRUE(
+        waitForText(sandbox, QStringLiteral("moved-logs/orvd.log"),
+                    "Connection retries now 3 attempt(s), 1500 ms apart; checking certificates"));
     EXPECT_EQ(sandbox.stopService(), 0);
 }

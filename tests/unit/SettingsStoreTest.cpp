@@ -1,5 +1,7 @@
 #include "TemporaryInstance.h"
+#include "kelNetwork/GlobalConfig.h"
 #include "orvCommon/DefaultSettings.h"
+#include "orvCommon/NetworkSettings.h"
 #include "orvCommon/SettingsKeys.h"
 
 #include <QDir>
@@ -144,4 +146,28 @@ TEST(SettingsStore, InstanceStoreFollowsTheInstanceFolder)
     ASSERT_TRUE(DefaultSettings::instance()->setNever(QStringLiteral("true")));
     EXPECT_TRUE(instance.readFile(QStringLiteral("config/defaultSettings.conf"))
                     .contains("\"SystemNeverSleep\": \"true\""));
+}
+
+TEST(SettingsStore, NetworkChoicesReachTheNetworkLibrary)
+{
+    TemporaryInstance instance;
+    instance.writeFile(QStringLiteral("config/defaultSettings.conf"),
+                       "{\"IgnoreSSL\": \"true\", \"RetryAttempts\": \"7\", "
+                       "\"RetryInterval\": \"soon\"}");
+    TemporaryInstance::reloadAll();
+    Orv::Common::applyNetworkSettings();
+    const Kel::Network::GlobalConfig* network = Kel::Network::GlobalConfig::instance();
+    EXPECT_TRUE(network->ignoreSslErrors());
+    EXPECT_EQ(network->connectionRetryAttempts(), 7);
+    EXPECT_EQ(network->connectionRetryInterval(), 30000) << "an unusable value keeps the default";
+
+    ASSERT_TRUE(DefaultSettings::instance()->setIgnoreSSL(QStringLiteral("false")));
+    Orv::Common::applyNetworkSettings();
+    EXPECT_FALSE(network->ignoreSslErrors());
+
+    // The configuration is process-wide: leave the defaults behind.
+    QFile::remove(instance.path(QStringLiteral("config/defaultSettings.conf")));
+    TemporaryInstance::reloadAll();
+    Orv::Common::applyNetworkSettings();
+    EXPECT_EQ(network->connectionRetryAttempts(), 5);
 }
