@@ -7,12 +7,14 @@
 #include "kelNetwork/Ssl/PeerCertificates.h"
 #include "kelNetwork/Ssl/SslCertificateCache.h"
 #include "support/BackendContract.h"
+#include "support/ConnectProxy.h"
 #include "support/QtPrinters.h"
 #include "support/S3Peer.h"
 
 #include <QEventLoop>
 #include <QJsonObject>
 #include <QTcpServer>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <gtest/gtest.h>
 
@@ -275,4 +277,47 @@ TEST_F(S3TlsTest, TheOperationCarriesTheChainForThePrompt)
     waitFor(again.get());
     EXPECT_EQ(again->error(), Operation::Error::None) << again->errorString().toStdString();
     EXPECT_EQ(containerNames(again->result()).size(), 5);
+}
+
+TEST_F(S3TlsTest, RequestsAndTheChainGoThroughTheProxy)
+{
+    OrvTest::ConnectProxy proxy;
+    QVariantMap config = peer->config(QStringLiteral("orv-other"));
+    config.insert(QLatin1String(Config::ProxyType), QStringLiteral("Http"));
+    config.insert(QLatin1String(Config::ProxyHost), QStringLiteral("127.0.0.1"));
+    config.insert(QLatin1String(Config::ProxyPort), QString::number(proxy.port()));
+    const Status untrusted = check(config);
+    ASSERT_EQ(untrusted.error, Operation::Error::UntrustedCertificate);
+    EXPECT_EQ(Certificate::readAll(untrusted.peerCertificates).size(), 2);
+
+    SslCertificateCache::instance()->update({peer->certificates().serverPem});
+    EXPECT_TRUE(check(config).ok());
+    // The failed handshake, the chain's fetch, then the check's own requests.
+    EXPECT_GE(proxy.targets().size(), 3);
+    for (const QByteArray& target : proxy.targets())
+        EXPECT_EQ(target, peer->endpoint().toLatin1());
+}
+
+TEST_F(S3TlsTest, BundleAndTrustedFileOfTheGlobalConfigurationAreTrusted)
+{
+    using Kel::Network::GlobalConfig;
+    QTemporaryDir dir;
+    const QString file = dir.filePath(QStringLiteral("trust.pem"));
+    const auto trustOnly = [&](const QByteArray& pem) {
+        QFile out(file);
+        out.open(QIODevice::WriteOnly);
+        out.write(pem);
+    };
+    const QVariantMap config = peer->config();
+
+    trustOnly(peer->certificates().caPem);
+    GlobalConfig::instance()->setCaInfoPath(file);
+    EXPECT_TRUE(check(config).ok());
+    GlobalConfig::instance()->setCaInfoPath({});
+    EXPECT_EQ(check(config).error, Operation::Error::UntrustedCertificate);
+
+    trustOnly(peer->certificates().serverPem);
+    GlobalConfig::instance()->setTrustedCertificatesPath(file);
+    EXPECT_TRUE(check(config).ok());
+    GlobalConfig::instance()->setTrustedCertificatesPath({});
 }

@@ -1,6 +1,7 @@
 #include "kelCloud/Backend.h"
 #include "kelCloud/Config.h"
 #include "support/BackendContract.h"
+#include "support/ConnectProxy.h"
 #include "support/QtPrinters.h"
 #include "support/SftpPeer.h"
 
@@ -177,4 +178,34 @@ TEST_F(SftpBackendTest, ContainersAreTheFoldersBesideTheContainer)
     names.sort();
     EXPECT_EQ(names, QStringList({peer->path(QStringLiteral("list/mine")),
                                   peer->path(QStringLiteral("list/theirs"))}));
+}
+
+TEST_F(SftpBackendTest, ReachesTheServerThroughTheProxyWhenAsked)
+{
+    OrvTest::ConnectProxy proxy;
+    proxy.requireLogin("proxy-user", "proxy-pass");
+    QVariantMap config = peer->config(peer->makeFolder(QStringLiteral("proxied")));
+    config.insert(QLatin1String(Config::ProxyType), QStringLiteral("Http"));
+    config.insert(QLatin1String(Config::ProxyHost), QStringLiteral("127.0.0.1"));
+    config.insert(QLatin1String(Config::ProxyPort), QString::number(proxy.port()));
+    config.insert(QLatin1String(Config::ProxyUser), QStringLiteral("proxy-user"));
+    config.insert(QLatin1String(Config::ProxyPassword), QStringLiteral("proxy-pass"));
+
+    config.insert(QLatin1String(Config::UseProxy), QStringLiteral("true"));
+    auto sftp = backend(config);
+    ASSERT_TRUE(sftp->check().ok());
+    ASSERT_TRUE(sftp->write(QStringLiteral("through"), QByteArray("proxy")).ok());
+    const QByteArray target = QStringLiteral("127.0.0.1:%1").arg(peer->port()).toLatin1();
+    EXPECT_EQ(proxy.targets(), QList<QByteArray>({target}));
+
+    config.insert(QLatin1String(Config::UseProxy), QStringLiteral("false"));
+    ASSERT_TRUE(check(config).ok());
+    EXPECT_EQ(proxy.targets().size(), 1);
+
+    config.insert(QLatin1String(Config::UseProxy), QStringLiteral("true"));
+    config.insert(QLatin1String(Config::ProxyPassword), QStringLiteral("wrong"));
+    const Status refused = check(config);
+    EXPECT_EQ(refused.error, Operation::Error::Unreachable);
+    EXPECT_TRUE(refused.message.contains(QStringLiteral("through the proxy")))
+        << refused.message.toStdString();
 }

@@ -1,11 +1,15 @@
+#include "kelNetwork/GlobalConfig.h"
 #include "kelNetwork/Ssl/Certificate.h"
 #include "kelNetwork/Ssl/PeerCertificates.h"
 #include "kelNetwork/Ssl/SslCertificateCache.h"
+#include "kelNetwork/Ssl/TrustStore.h"
 #include "support/QtPrinters.h"
 #include "support/TestCertificates.h"
 
 #include <QCryptographicHash>
+#include <QFile>
 #include <QTcpServer>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <openssl/obj_mac.h>
 #include <openssl/x509_vfy.h>
@@ -112,4 +116,65 @@ TEST(PeerCertificates, NoServerGivesTheReasonAndNothingElse)
     EXPECT_TRUE(
         Kel::Network::Ssl::fetchPeerCertificates(QStringLiteral("not a host"), &error).isEmpty());
     EXPECT_TRUE(error.contains(QStringLiteral("not an endpoint"))) << error.toStdString();
+}
+
+namespace {
+
+int storeSize(X509_STORE* store)
+{
+    return sk_X509_OBJECT_num(X509_STORE_get0_objects(store));
+}
+
+bool writeText(const QString& path, const QByteArray& text)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
+}
+
+} // namespace
+
+TEST(TrustStore, IsSharedUntilOneOfItsSourcesChanges)
+{
+    using Kel::Network::GlobalConfig;
+    using Kel::Network::Ssl::TrustStore;
+    SslCertificateCache::instance()->update({});
+    X509_STORE* first = TrustStore::acquire();
+    X509_STORE* again = TrustStore::acquire();
+    EXPECT_EQ(first, again);
+    // The system's anchors are in it (the machine has a CA bundle).
+    const int anchors = storeSize(first);
+    EXPECT_GT(anchors, 10);
+    X509_STORE_free(again);
+
+    const TestCertificates one = TestCertificates::make(QStringLiteral("one"));
+    SslCertificateCache::instance()->update({one.serverPem});
+    X509_STORE* cached = TrustStore::acquire();
+    EXPECT_NE(cached, first);
+    EXPECT_EQ(storeSize(cached), anchors + 1);
+    // A store still in use stays valid after it was replaced.
+    EXPECT_EQ(storeSize(first), anchors);
+    X509_STORE_free(first);
+
+    QTemporaryDir dir;
+    const QString bundle = dir.filePath(QStringLiteral("bundle.pem"));
+    const QString trusted = dir.filePath(QStringLiteral("trusted.pem"));
+    ASSERT_TRUE(writeText(bundle, one.caPem));
+    ASSERT_TRUE(writeText(trusted, one.chainPem()));
+    GlobalConfig::instance()->setCaInfoPath(bundle);
+    GlobalConfig::instance()->setTrustedCertificatesPath(trusted);
+    X509_STORE* own = TrustStore::acquire();
+    // The named bundle instead of the system's, the trusted file and the cache;
+    // a certificate met twice is held once.
+    EXPECT_EQ(storeSize(own), 2);
+    ASSERT_TRUE(
+        writeText(trusted, TestCertificates::make(QStringLiteral("two")).serverPem + one.caPem));
+    X509_STORE* changed = TrustStore::acquire();
+    EXPECT_NE(changed, own);
+    EXPECT_EQ(storeSize(changed), 3);
+
+    GlobalConfig::instance()->setCaInfoPath({});
+    GlobalConfig::instance()->setTrustedCertificatesPath({});
+    SslCertificateCache::instance()->update({});
+    for (X509_STORE* store : {cached, own, changed})
+        X509_STORE_free(store);
 }

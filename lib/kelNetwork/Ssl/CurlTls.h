@@ -4,10 +4,8 @@ typedef void CURL;
 
 namespace Kel::Network::Ssl {
 
-// What every TLS connection of the client trusts: the system's anchors (or
-// the bundle the global configuration names), the installation's trusted
-// certificate file and the certificates of SslCertificateCache; or nothing
-// at all when the administrator chose to ignore TLS errors.
+// Makes a handle's TLS connections trust what TrustStore holds, or verify
+// nothing at all when the administrator chose to ignore TLS errors.
 class CurlTls
 {
 public:

@@ -29,6 +29,7 @@ void SslCertificateCache::update(const QSet<QByteArray>& pems)
     QMutexLocker lock(&m_mutex);
     m_pems = kept;
     m_certificates = certificates;
+    ++m_generation;
 }
 
 QSet<QByteArray> SslCertificateCache::pems() const
@@ -47,6 +48,12 @@ bool SslCertificateCache::isEmpty() const
 {
     QMutexLocker lock(&m_mutex);
     return m_certificates.isEmpty();
+}
+
+quint64 SslCertificateCache::generation() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_generation;
 }
 
 int SslCertificateCache::addTo(X509_STORE* store) const

@@ -25,6 +25,8 @@ public:
     QSet<QByteArray> pems() const;
     QList<Certificate> certificates() const;
     bool isEmpty() const;
+    // Changes with every update, so that users can tell a stale copy.
+    quint64 generation() const;
 
     // Adds every cached certificate to the store as a trust anchor; returns
     // how many were added.
@@ -36,6 +38,7 @@ private:
     mutable QMutex m_mutex;
     QSet<QByteArray> m_pems;
     QList<Certificate> m_certificates;
+    quint64 m_generation = 0;
 };
 
 } // namespace Kel::Network::Ssl
