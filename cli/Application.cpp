@@ -3,6 +3,11 @@
 #include "CommandGroupBase.h"
 #include "Console.h"
 #include "UnixSignalHandler.h"
+#include "account/AccountList.h"
+#include "account/AccountTypes.h"
+#include "account/Sync.h"
+#include "maintenance/Ssl.h"
+#include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/Manager.h"
 #include "orvCommon/Database.h"
 #include "orvCommon/Rebranding.h"
@@ -70,6 +75,8 @@ void Application::init()
     if (QPointer<Orv::Common::Communication::Manager> manager =
             Orv::Common::Communication::Manager::instance())
         manager->initConnectionAgent(kAgentKindCommandLine, QJsonObject());
+    Ssl::init();
+    Ssl::updateSslCertificateCache();
 }
 
 void Application::start()
@@ -104,6 +111,10 @@ void Application::checkAndProcess()
         return;
     }
 
+    if (m_arguments.contains(CommandBase::Account) && m_arguments.contains(CommandBase::Edit) &&
+        !prepareAccountEdit())
+        return;
+
     const int code = m_rootGroup->process(m_arguments);
     qCInfo(lcApp).noquote() << "Command:" << m_rootGroup->logInfo().join(QLatin1Char(' '));
 
@@ -116,6 +127,64 @@ void Application::checkAndProcess()
         print(QStringLiteral("\n"));
     }
     emit finished();
+}
+
+bool Application::prepareAccountEdit()
+{
+    m_editedAccount.clear();
+    for (int i = 0; i + 1 < m_arguments.size() && m_editedAccount.isNull(); ++i) {
+        const QString& word = m_arguments.at(i);
+        if (word == QLatin1String("--name") || word == QLatin1String("-n") ||
+            word == QLatin1String("--id"))
+            m_editedAccount = m_arguments.at(i + 1);
+    }
+    // Without a name there is nothing to look up: the edit group shows its
+    // help or its usage message.
+    if (m_editedAccount.isNull())
+        return true;
+
+    auto* list = new AccountList(this);
+    connect(list, &AccountList::finished, this, &Application::onGetAccountListResult);
+    connect(list, &AccountList::error, this, [this](const QString& message) {
+        m_editPreparationError = message + QStringLiteral("\n");
+        m_waitDone = true;
+        emit waitComplete();
+    });
+    m_waitDone = false;
+    m_editPreparationError.clear();
+    if (list->exec() && !m_waitDone)
+        m_waitLoop.exec();
+    // Interrupted while waiting: the run is ending already.
+    if (!m_waitDone)
+        return false;
+    if (m_editPreparationError.isEmpty())
+        return true;
+    print(m_editPreparationError);
+    m_result = -1;
+    emit finished();
+    return false;
+}
+
+void Application::onGetAccountListResult()
+{
+    const QJsonArray accounts = qobject_cast<AccountList*>(sender())->accountList();
+    QString typeName;
+    for (const QJsonValue& value : accounts) {
+        const QJsonObject account = value.toObject();
+        if (!Sync::matches(account, m_editedAccount, m_editedAccount.trimmed()))
+            continue;
+        namespace Reply =
+            Orv::Common::Communication::Commands::Format::Storage::GetConnection::Reply;
+        typeName = AccountTypes::TypeToName().value(
+            Kel::Cloud::typeFromValue(account.value(QLatin1String(Reply::Type)).toInt()));
+        break;
+    }
+    if (typeName.isEmpty())
+        m_editPreparationError = QStringLiteral("Can not find account.\n");
+    else
+        m_arguments.insert(m_arguments.indexOf(CommandBase::Edit) + 1, typeName);
+    m_waitDone = true;
+    emit waitComplete();
 }
 
 void Application::onCommandFinished(CommandBase::ShowSuccess show)

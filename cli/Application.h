@@ -38,17 +38,25 @@ public slots:
     virtual void onStarted() = 0;
     void onCommandFinished(Orv::CLI::CommandBase::ShowSuccess show);
     void onCommandError(const QString& message);
+    void onGetAccountListResult();
 
 protected:
     // Adopts the variant's tree and listens for its ending signals.
     void setRootGroup(QSharedPointer<CommandGroupBase> root);
     void checkAndProcess();
+    // "account edit" names its account, not the account's type, which
+    // chooses the command: the type is looked up and put in front of the
+    // options. False when the run ended because no account matched.
+    bool prepareAccountEdit();
 
     QStringList m_arguments;
     UnixSignalHandler* m_signalHandler = nullptr;
     QSharedPointer<CommandGroupBase> m_rootGroup;
     qint32 m_result = 0;
     QEventLoop m_waitLoop;
+    bool m_waitDone = false;
+    QString m_editedAccount;
+    QString m_editPreparationError;
 };
 
 } // namespace Orv::CLI

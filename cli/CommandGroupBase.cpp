@@ -1,6 +1,9 @@
 #include "CommandGroupBase.h"
 
 #include "Console.h"
+#include "account/AccountFactory.h"
+#include "account/AccountTypes.h"
+#include "orvCommon/DefaultSettings.h"
 
 namespace Orv::CLI {
 
@@ -86,6 +89,21 @@ void CommandGroupBase::subitemsHelp(const QSharedPointer<CommandBase>& item) con
         for (const QSharedPointer<CommandBase>& child : children)
             subitemsHelp(child);
     print(QStringLiteral("\n"));
+}
+
+void CommandGroupBase::accountCreateGroup(CommandType mode, bool allAccountTypes)
+{
+    const bool showAll =
+        allAccountTypes &&
+        Orv::DefaultSettings::instance()->getShowAllAccounts().toLower() == QLatin1String("true");
+    const QMap<QString, Kel::Cloud::Type>& types = AccountTypes::NameToType();
+    for (auto it = types.cbegin(); it != types.cend(); ++it) {
+        const bool offered =
+            it.value() == Kel::Cloud::Type::FileSystem ||
+            (Kel::Cloud::DepricatedTypes().contains(it.value()) ? showAll : allAccountTypes);
+        if (offered)
+            addSubItem(AccountFactory::create(it.key(), it.value(), mode));
+    }
 }
 
 void CommandGroupBase::onCommandFinished(CommandBase::ShowSuccess show)

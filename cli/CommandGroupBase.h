@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CommandBase.h"
+#include "account/CommandType.h"
 
 namespace Orv::CLI {
 
@@ -18,6 +19,10 @@ public:
     int process(const QStringList& words) override;
     QString help() const override;
     void subitemsHelp(const QSharedPointer<CommandBase>& item) const;
+    // Fills an "account add" or "account edit" group with one command per
+    // account type: file system always; the others only with allAccountTypes,
+    // the deprecated ones only when the settings ask for every type too.
+    void accountCreateGroup(CommandType mode, bool allAccountTypes);
 
 public slots:
     void onCommandFinished(Orv::CLI::CommandBase::ShowSuccess show);

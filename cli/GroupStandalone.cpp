@@ -6,7 +6,7 @@ namespace Orv::CLI {
 
 StandaloneCommandGroup::StandaloneCommandGroup(QObject* parent) : CommandGroupBase(QString(), QString(), parent)
 {
-    addCommonRootItems(this);
+    addCommonRootItems(this, true);
 }
 
 } // namespace Orv::CLI

@@ -6,7 +6,7 @@ namespace Orv::CLI {
 
 TarnCommandGroup::TarnCommandGroup(QObject* parent) : CommandGroupBase(QString(), QString(), parent)
 {
-    addCommonRootItems(this);
+    addCommonRootItems(this, false);
 }
 
 } // namespace Orv::CLI

@@ -9,11 +9,11 @@
 
 namespace Orv::CLI {
 
-void addCommonRootItems(CommandGroupBase* root)
+void addCommonRootItems(CommandGroupBase* root, bool allAccountTypes)
 {
     root->addSubItem(QSharedPointer<CommandVersion>::create());
     root->addSubItem(QSharedPointer<PlanGroup>::create());
-    root->addSubItem(QSharedPointer<AccountGroup>::create());
+    root->addSubItem(QSharedPointer<AccountGroup>::create(allAccountTypes));
     root->addSubItem(QSharedPointer<FeedbackGroup>::create());
     root->addSubItem(QSharedPointer<StorageGroup>::create());
     root->addSubItem(QSharedPointer<ConfigGroup>::create());

@@ -10,9 +10,16 @@ namespace {
 const QByteArray kBanner = "Orv Backup Command Line Interface started\n\n";
 
 // The top-level listing as the root prints it: one block per item in name
-// order, groups without commands yet as their (empty) group line, "get" and
-// "set" collapsed to one line each.
-const QByteArray kRootItems = "\n"  // account
+// order, groups without commands yet as their (empty) group line, "get",
+// "set", "add" and "edit" collapsed to one line each.
+const QByteArray kRootItems = "account <command> - account commands: \n"
+                              "\tadd                  - add storage account\n"
+                              "\tdelete               - delete storage account\n"
+                              "\tedit                 - edit storage account\n"
+                              "\tinfo                 - get storage account details\n"
+                              "\tlist                 - list of existing storage accounts\n"
+                              "\tsync                 - sync storage account\n"
+                              "\n"
                               "config <command> - general settings: \n"
                               "\tget                  - get the current value for a setting\n"
                               "\tset                  - set a new value for a setting\n"

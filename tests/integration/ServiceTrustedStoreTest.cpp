@@ -1,30 +1,23 @@
 // The service's trusted-certificate store as its named commands, and the
 // fetch of a server's certificate chain, against an https S3 server.
 
-#include "integration/ServiceRawClient.h"
+#include "integration/AccountRuns.h"
 #include "support/S3Peer.h"
 #include "support/Sandbox.h"
 
 #include <QJsonArray>
-#include <QTcpServer>
 #include <gtest/gtest.h>
 
 using OrvTest::S3Peer;
 using OrvTest::Sandbox;
 using OrvTest::ServiceRawClient;
+using OrvTest::Accounts::closedPort;
 
 namespace {
 
 QJsonObject data(const std::optional<QJsonObject>& reply)
 {
     return reply ? reply->value(QStringLiteral("data")).toObject() : QJsonObject();
-}
-
-int closedPort()
-{
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
 }
 
 } // namespace
