@@ -1,7 +1,12 @@
 #include "kelCloud/Backend.h"
 
+#include "kelCloud/AzureBlobBackend.h"
+#include "kelCloud/B2Backend.h"
 #include "kelCloud/Config.h"
+#include "kelCloud/ConfigReader.h"
 #include "kelCloud/FileSystemBackend.h"
+#include "kelCloud/GoogleAuth.h"
+#include "kelCloud/GoogleStorageBackend.h"
 #include "kelCloud/S3Backend.h"
 #include "kelCloud/SftpBackend.h"
 #include "kelCloud/Types.h"
@@ -23,6 +28,17 @@ Type typeOf(const QVariantMap& config)
     return number ? typeFromValue(value) : Type::Unknown;
 }
 
+// HMAC keys speak Google's S3-compatible XML API, the other credentials its
+// JSON API.
+std::unique_ptr<Backend> createGoogle(const QVariantMap& config, Status* status)
+{
+    GoogleAuth::Type auth = GoogleAuth::AccessKey;
+    if (GoogleAuth::parse(ConfigReader(config).text(Config::AuthType), &auth) &&
+        auth == GoogleAuth::AccessKey)
+        return S3Backend::create(Type::GoogleStorage, config, status);
+    return GoogleStorageBackend::create(config, status);
+}
+
 } // namespace
 
 std::unique_ptr<Backend> Backend::create(const QVariantMap& config, Status* status)
@@ -32,6 +48,12 @@ std::unique_ptr<Backend> Backend::create(const QVariantMap& config, Status* stat
         return FileSystemBackend::create(config, status);
     if (type == Type::Sftp)
         return SftpBackend::create(config, status);
+    if (type == Type::AzureBlob)
+        return AzureBlobBackend::create(config, status);
+    if (type == Type::BackBlaze)
+        return B2Backend::create(config, status);
+    if (type == Type::GoogleStorage)
+        return createGoogle(config, status);
     if (S3Backend::serves(type))
         return S3Backend::create(type, config, status);
     const QString text = config.value(QLatin1String(Config::Type)).toString();

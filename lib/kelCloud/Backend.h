@@ -48,6 +48,11 @@ public:
     Status write(const QString& name, const QByteArray& data);
     // Deleting an object that does not exist succeeds.
     virtual Status remove(const QString& name) = 0;
+
+    // Values the backend came by that the account's configuration must keep
+    // from now on (a refresh token obtained with a one-time authorisation
+    // code), by configuration key; empty for most.
+    virtual QVariantMap configChanges() const { return {}; }
 };
 
 } // namespace Kel::Cloud

@@ -26,13 +26,22 @@ inline constexpr char AzureType[] = "AzureType";
 inline constexpr char KeyId[] = "KeyId";
 inline constexpr char ApplicationKey[] = "ApplicationKey"; // secret
 
-// Google Storage
+// Google Storage. AuthType is a name of GoogleAuth ("AccessKey": HMAC keys
+// in AccessKey and SecretKey; "ServiceAcc": a service account's key file,
+// JSON or PEM, in PrivateKey; "InstallApp": an installed application's
+// authorisation code or refresh token).
 inline constexpr char AuthType[] = "AuthType";
 inline constexpr char ProjectId[] = "ProjectId";
 inline constexpr char PrivateKey[] = "PrivateKey"; // secret (also SFTP's key text)
 inline constexpr char ServiceEmail[] = "ServiceEmail";
 inline constexpr char AuthCode[] = "AuthCode";         // secret
 inline constexpr char RefreshToken[] = "RefreshToken"; // secret
+// The OAuth client of installed-application accounts (the program's own
+// when not given) and the token endpoint (Google's, or the key file's).
+inline constexpr char OAuthClientId[] = "OAuthClientId";
+inline constexpr char OAuthClientSecret[] = "OAuthClientSecret"; // secret
+inline constexpr char OAuthRedirectUri[] = "OAuthRedirectUri";
+inline constexpr char TokenUrl[] = "TokenUrl";
 
 // SFTP
 inline constexpr char User[] = "User";
@@ -65,13 +74,13 @@ inline constexpr char ProxyPassword[] = "ProxyPassword"; // secret
 inline constexpr char RetryAttempts[] = "RetryAttempts";
 inline constexpr char RetryInterval[] = "RetryInterval";
 
-// S3 family: objects larger than this many bytes are uploaded in parts of
-// this size (at least 5 MiB; 16 MiB when not given).
+// Objects larger than this many bytes are uploaded in parts (blocks, chunks)
+// of this size; 16 MiB when not given. Each backend says its bounds.
 inline constexpr char PartSize[] = "PartSize";
 
 // Keys whose values are secrets: encrypted at rest, masked when shown or logged.
-inline constexpr const char* SecretKeys[] = {SecretKey,  SharedKey,    ApplicationKey,
-                                             PrivateKey, AuthCode,     RefreshToken,
-                                             Password,   ProxyPassword};
+inline constexpr const char* SecretKeys[] = {SecretKey,  SharedKey,     ApplicationKey,
+                                             PrivateKey, AuthCode,      RefreshToken,
+                                             Password,   ProxyPassword, OAuthClientSecret};
 
 } // namespace Kel::Cloud::Config

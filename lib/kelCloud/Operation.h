@@ -52,8 +52,13 @@ public:
     // is UntrustedCertificate.
     QByteArray peerCertificates() const { return m_peerCertificates; }
     // The result of a listing: objects with at least "Name" (containers also
-    // carry "CreationDate", ISO 8601 UTC, when the store reports it).
+    // carry "CreationDate", ISO 8601 UTC, when the store reports it, and
+    // "Id" where the store names containers by an identifier too).
     QJsonArray result() const { return m_result; }
+    // Values the account's configuration must take before it is saved (a
+    // refresh token obtained with a one-time authorisation code), by
+    // configuration key; usually empty.
+    QVariantMap configChanges() const { return m_configChanges; }
     bool isFinished() const { return m_finished; }
     // When on, the operation deletes itself (deleteLater) after finished().
     void setAutoDelete(bool autoDelete) { m_autoDelete = autoDelete; }
@@ -71,6 +76,7 @@ private:
     QString m_errorString;
     QByteArray m_peerCertificates;
     QJsonArray m_result;
+    QVariantMap m_configChanges;
     bool m_finished = false;
     bool m_autoDelete = false;
 

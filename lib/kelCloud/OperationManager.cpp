@@ -27,6 +27,8 @@ QJsonArray containersToJson(const QList<ObjectInfo>& containers)
     QJsonArray array;
     for (const ObjectInfo& container : containers) {
         QJsonObject object{{QStringLiteral("Name"), container.name}};
+        if (!container.id.isEmpty())
+            object.insert(QStringLiteral("Id"), container.id);
         if (container.modified.isValid())
             object.insert(QStringLiteral("CreationDate"),
                           container.modified.toUTC().toString(Qt::ISODate));
@@ -66,16 +68,20 @@ Operation* OperationManager::start(const QVariantMap& config,
     });
     QThreadPool::globalInstance()->start([config, work, delivery] {
         QJsonArray result;
+        QVariantMap changes;
         Status status;
-        if (std::unique_ptr<Backend> backend = Backend::create(config, &status))
+        if (std::unique_ptr<Backend> backend = Backend::create(config, &status)) {
             status = work(*backend, &result);
+            changes = backend->configChanges();
+        }
         QMutexLocker lock(&delivery->mutex);
         Operation* target = delivery->operation;
         if (!target)
             return;
         QMetaObject::invokeMethod(
             target,
-            [target, status, result] {
+            [target, status, result, changes] {
+                target->m_configChanges = changes;
                 target->finish(status.error, status.message, result, status.peerCertificates);
             },
             Qt::QueuedConnection);

@@ -5,6 +5,7 @@
 #include "kelCloud/ObjectName.h"
 #include "kelCloud/S3Provider.h"
 #include "kelCloud/S3Xml.h"
+#include "kelCloud/UploadSource.h"
 #include "kelNetwork/Endpoint.h"
 
 #include <QIODevice>
@@ -264,25 +265,6 @@ Status S3Backend::read(const QString& name, qint64 offset, qint64 length, QIODev
     return status;
 }
 
-Status S3Backend::readChunk(QIODevice* source, qint64 limit, QByteArray* chunk) const
-{
-    chunk->clear();
-    while (chunk->size() < limit) {
-        const QByteArray more = source->read(limit - chunk->size());
-        if (!more.isEmpty()) {
-            chunk->append(more);
-            continue;
-        }
-        if (!source->waitForReadyRead(30000))
-            break;
-    }
-    if (chunk->size() < limit && source->isOpen() && !source->atEnd() && source->isSequential())
-        return Status::failure(
-            Operation::Error::Unknown,
-            QStringLiteral("the data source stopped: %1").arg(source->errorString()));
-    return Status::success();
-}
-
 Status S3Backend::put(const QString& name, const QByteArray& body)
 {
     S3Client::Request request;
@@ -302,7 +284,7 @@ Status S3Backend::write(const QString& name, QIODevice* source, qint64 size)
         return status;
     const qint64 firstLimit = size < 0 ? m_partSize : qMin(size, m_partSize);
     QByteArray first;
-    status = readChunk(source, firstLimit, &first);
+    status = UploadSource::read(source, firstLimit, &first);
     if (!status.ok())
         return status;
     qint64 remaining = size < 0 ? -1 : size - first.size();
@@ -312,8 +294,8 @@ Status S3Backend::write(const QString& name, QIODevice* source, qint64 size)
             QStringLiteral("the data ended after %1 of %2 bytes").arg(first.size()).arg(size));
     QByteArray second;
     if (remaining != 0) {
-        status =
-            readChunk(source, remaining < 0 ? m_partSize : qMin(remaining, m_partSize), &second);
+        status = UploadSource::read(
+            source, remaining < 0 ? m_partSize : qMin(remaining, m_partSize), &second);
         if (!status.ok())
             return status;
         if (remaining > 0)
@@ -390,7 +372,8 @@ Status S3Backend::uploadParts(const QString& name, const QString& uploadId, QByt
         next.clear();
         if (part.isEmpty() || remaining == 0)
             continue;
-        status = readChunk(source, remaining < 0 ? m_partSize : qMin(remaining, m_partSize), &next);
+        status = UploadSource::read(
+            source, remaining < 0 ? m_partSize : qMin(remaining, m_partSize), &next);
         if (!status.ok())
             return status;
         if (remaining > 0)

@@ -49,7 +49,6 @@ private:
     Status uploadParts(const QString& name, const QString& uploadId, QByteArray first,
                        QByteArray second, QIODevice* source, qint64 remaining,
                        QList<QByteArray>* etags);
-    Status readChunk(QIODevice* source, qint64 limit, QByteArray* chunk) const;
 
     S3Client m_client;
     qint64 m_partSize;

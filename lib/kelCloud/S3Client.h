@@ -1,8 +1,8 @@
 #pragma once
 
+#include "kelCloud/HttpTransport.h"
 #include "kelCloud/Signature.h"
 #include "kelCloud/Status.h"
-#include "kelNetwork/CurlHandle.h"
 #include "kelNetwork/ProxySettings.h"
 
 #include <QByteArray>
@@ -54,13 +54,7 @@ public:
         QIODevice* sink = nullptr;
     };
 
-    struct Response
-    {
-        int status = 0;
-        QByteArray body;
-        // Names in lower case.
-        QMap<QByteArray, QByteArray> headers;
-    };
+    using Response = HttpTransport::Response;
 
     explicit S3Client(const Settings& settings);
 
@@ -83,13 +77,11 @@ private:
     QByteArray path(const Request& request) const;
     QString hostOf(const Request& request) const;
     bool usesVirtualHost(const Request& request) const;
-    Status transportFailure(int code, const QString& detail, const Request& request);
     Status httpFailure(const Request& request, const Response& response) const;
     bool followRegion(const Response& response);
-    int waitBefore(int attempt, const Response& response) const;
 
     Settings m_settings;
-    Kel::Network::CurlHandle m_curl;
+    HttpTransport m_transport;
 };
 
 } // namespace Kel::Cloud

@@ -69,6 +69,13 @@ S3Provider S3Provider::forType(Type type)
         provider.virtualHosted = true;
         provider.virtualHostedOnly = true;
         break;
+    case Type::GoogleStorage:
+        // Its interoperable XML API, reached with HMAC keys; "auto" is the
+        // region it signs for.
+        provider.host = QStringLiteral("storage.googleapis.com");
+        provider.region = QStringLiteral("auto");
+        provider.virtualHosted = true;
+        break;
     case Type::Minio:
     case Type::WasabiStage:
     case Type::WasabiUBStage:

@@ -49,6 +49,12 @@ void RecordingHttpServer::setDefaultReply(const Reply& reply)
     m_default = reply;
 }
 
+void RecordingHttpServer::setResponder(std::function<bool(const Request&, Reply*)> responder)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_responder = std::move(responder);
+}
+
 QList<RecordingHttpServer::Request> RecordingHttpServer::requests() const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -110,7 +116,8 @@ void RecordingHttpServer::answer(int client)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_requests.append(request);
-        reply = m_replies.isEmpty() ? m_default : m_replies.takeFirst();
+        if (!m_responder || !m_responder(request, &reply))
+            reply = m_replies.isEmpty() ? m_default : m_replies.takeFirst();
     }
     QByteArray out = "HTTP/1.1 " + QByteArray::number(reply.status) + " Scripted\r\n";
     for (const auto& header : reply.headers)

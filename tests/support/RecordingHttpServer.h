@@ -5,6 +5,7 @@
 #include <QMap>
 #include <QPair>
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -48,6 +49,9 @@ public:
     int port() const { return m_port; }
     void enqueue(const Reply& reply);
     void setDefaultReply(const Reply& reply);
+    // Chooses the reply from the request before the queue is consulted; the
+    // queue's turn when it returns false. Called on the server's thread.
+    void setResponder(std::function<bool(const Request&, Reply*)> responder);
     QList<Request> requests() const;
 
 private:
@@ -60,6 +64,7 @@ private:
     mutable std::mutex m_mutex;
     QList<Reply> m_replies;
     Reply m_default;
+    std::function<bool(const Request&, Reply*)> m_responder;
     QList<Request> m_requests;
     std::thread m_thread;
 };

@@ -2,9 +2,7 @@
 
 #include "kelCloud/Config.h"
 
-#include <QElapsedTimer>
 #include <QFile>
-#include <QRegularExpression>
 
 namespace OrvTest {
 
@@ -27,11 +25,6 @@ S3Peer::~S3Peer()
 
 bool S3Peer::start(QString* error)
 {
-    const QString program = QStringLiteral(ORV_SOURCE_DIR "/node_modules/.bin/s3rver");
-    if (!QFile::exists(program)) {
-        *error = program + QStringLiteral(" is missing; run scripts/setup");
-        return false;
-    }
     QStringList arguments{QStringLiteral("-d"),
                           m_dir.filePath(QStringLiteral("data")),
                           QStringLiteral("-a"),
@@ -52,38 +45,13 @@ bool S3Peer::start(QString* error)
         }
         arguments << QStringLiteral("--key") << key << QStringLiteral("--cert") << chain;
     }
-    m_process.setProcessChannelMode(QProcess::MergedChannels);
-    m_process.start(program, arguments);
-    if (!m_process.waitForStarted(10000)) {
-        *error = QStringLiteral("s3rver did not start: ") + m_process.errorString();
-        return false;
-    }
     static const QRegularExpression listening(QStringLiteral("listening on [^:\\s]+:(\\d+)"));
-    QByteArray output;
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < 30000 && m_process.state() == QProcess::Running) {
-        m_process.waitForReadyRead(200);
-        output += m_process.readAll();
-        const QRegularExpressionMatch match = listening.match(QString::fromUtf8(output));
-        if (match.hasMatch()) {
-            m_port = match.captured(1).toInt();
-            return true;
-        }
-    }
-    *error = QStringLiteral("s3rver did not listen: ") + QString::fromUtf8(output);
-    return false;
+    return m_process.start(QStringLiteral("s3rver"), arguments, listening, 30000, &m_port, error);
 }
 
 void S3Peer::stop()
 {
-    if (m_process.state() == QProcess::NotRunning)
-        return;
-    m_process.terminate();
-    if (!m_process.waitForFinished(5000)) {
-        m_process.kill();
-        m_process.waitForFinished(5000);
-    }
+    m_process.stop();
 }
 
 QVariantMap S3Peer::config(const QString& bucket, const QString& signature,

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "support/PeerProcess.h"
 #include "support/TestCertificates.h"
 
-#include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QVariantMap>
@@ -45,7 +45,7 @@ private:
     bool m_https;
     QStringList m_buckets;
     QTemporaryDir m_dir;
-    QProcess m_process;
+    PeerProcess m_process;
     TestCertificates m_certificates;
     int m_port = 0;
 };

@@ -89,8 +89,8 @@ TEST(CloudOperation, FailuresCarryTheirKindAndReason)
                Operation::Error::InvalidConfiguration, "absolute"},
           Case{folderConfig(dir.path(), QStringLiteral("NoSuchType")),
                Operation::Error::InvalidConfiguration, "unknown account type"},
-          Case{folderConfig(dir.path(), QStringLiteral("AzureBlob")),
-               Operation::Error::NotSupported, "AzureBlob"}}) {
+          Case{folderConfig(dir.path(), QStringLiteral("OracleCloud")),
+               Operation::Error::NotSupported, "OracleCloud"}}) {
         std::unique_ptr<Operation> operation(OperationManager::checkConfig(c.config));
         waitFor(operation.get());
         EXPECT_EQ(operation->error(), c.error) << c.words;
