@@ -1,20 +1,12 @@
 #include "AzureBlobAccount.h"
 
 #include "Console.h"
+#include "kelCloud/AzureCloud.h"
 #include "kelCloud/Config.h"
 
 namespace Orv::CLI {
 
 namespace Config = Kel::Cloud::Config;
-
-const QString AzureBlobAccount::CustomType = QStringLiteral("Custom");
-
-const QStringList& AzureBlobAccount::AzureTypes()
-{
-    static const QStringList types{QStringLiteral("Global"), QStringLiteral("China"),
-                                   QStringLiteral("Government"), CustomType};
-    return types;
-}
 
 AzureBlobAccount::AzureBlobAccount(const QString& name, CommandType mode, QObject* parent)
     : BaseAccount(name, mode, parent),
@@ -41,21 +33,25 @@ int AzureBlobAccount::initParams()
     const QString typeKey = QLatin1String(Config::AzureType);
     if (m_parser.isSet(m_typeOption)) {
         const QString given = m_parser.value(m_typeOption).trimmed();
-        if (!AzureTypes().contains(given)) {
+        // The cloud library's table of clouds decides, and which need an
+        // endpoint.
+        if (!Kel::Cloud::AzureCloud::find(given)) {
             print(QStringLiteral("Unknown azure type.\n"));
             return Usage;
         }
         m_config.insert(typeKey, given);
     } else if (isAdd() || !m_config.contains(typeKey)) {
-        m_config.insert(typeKey, AzureTypes().first());
+        m_config.insert(typeKey, Kel::Cloud::AzureCloud::defaultCloud().name);
     }
     if (!readOption(m_accountNameOption, Config::AccountName, true) ||
         !readOption(m_sharedKeyOption, Config::SharedKey, true) ||
         !readOption(m_containerNameOption, Config::Container, true))
         return Error;
-    const bool custom = m_config.value(typeKey).toString() == CustomType;
+    const Kel::Cloud::AzureCloud* cloud =
+        Kel::Cloud::AzureCloud::find(m_config.value(typeKey).toString());
+    const bool needsEndpoint = cloud && cloud->needsEndpoint();
     if (!readOption(m_endpointOption, Config::Endpoint,
-                    custom && !m_config.contains(QLatin1String(Config::Endpoint))))
+                    needsEndpoint && !m_config.contains(QLatin1String(Config::Endpoint))))
         return Error;
     m_container = m_config.value(QLatin1String(Config::Container)).toString();
     m_listContainers = true;

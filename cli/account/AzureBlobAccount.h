@@ -2,8 +2,6 @@
 
 #include "BaseAccount.h"
 
-#include <QSet>
-
 namespace Orv::CLI {
 
 // Azure Blob storage ("azure"): a storage account, its shared key and a
@@ -12,10 +10,6 @@ class AzureBlobAccount : public BaseAccount
 {
     Q_OBJECT
 public:
-    // The clouds the type option names; "Custom" takes the endpoint option.
-    static const QStringList& AzureTypes();
-    static const QString CustomType;
-
     AzureBlobAccount(const QString& name, CommandType mode, QObject* parent = nullptr);
 
 protected:

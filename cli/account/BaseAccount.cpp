@@ -302,6 +302,13 @@ BaseAccount::OperationPointer BaseAccount::runOperation(Start start, const char*
     return operation;
 }
 
+void BaseAccount::keepConfigChanges(const Operation& operation)
+{
+    const QVariantMap changes = operation.configChanges();
+    for (auto it = changes.cbegin(); it != changes.cend(); ++it)
+        m_config.insert(it.key(), it.value());
+}
+
 bool BaseAccount::checkConfig()
 {
     for (;;) {
@@ -313,6 +320,7 @@ bool BaseAccount::checkConfig()
         }
         switch (operation->error()) {
         case Operation::Error::None:
+            keepConfigChanges(*operation);
             return true;
         case Operation::Error::UntrustedCertificate:
             if (trustCertificate(*operation))
@@ -339,6 +347,7 @@ bool BaseAccount::listContainers()
         }
         switch (operation->error()) {
         case Operation::Error::None:
+            keepConfigChanges(*operation);
             parseContainers(operation->result());
             return true;
         case Operation::Error::UntrustedCertificate:

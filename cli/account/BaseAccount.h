@@ -132,6 +132,10 @@ private:
     // Starts the operation on the configuration and runs it to its end on a
     // local event loop; the log gets the step's duration.
     OperationPointer runOperation(Start start, const char* step) const;
+    // Takes what the library learnt into the configuration (a refresh token
+    // for the one-time authorisation code it used), so that later steps and
+    // the saved account use it.
+    void keepConfigChanges(const Kel::Cloud::Operation& operation);
 
     QSet<QByteArray> m_trusted;
     QElapsedTimer m_saveTimer;
