@@ -114,7 +114,7 @@ Status B2Backend::check()
         return status;
     const QString probe = ObjectName::reserved(QStringLiteral("probe"));
     status = uploadWhole(probe, QByteArrayLiteral("probe"));
-    return status.ok() ? remove(probe) : status;
+    return status.ok() ? deleteVersions(probe) : status;
 }
 
 Status B2Backend::listContainers(QList<ObjectInfo>* containers)
@@ -308,18 +308,21 @@ Status B2Backend::remove(const QString& name)
     Status status = ObjectName::check(name);
     if (status.ok())
         status = resolveBucket();
-    if (!status.ok())
-        return status;
+    return status.ok() ? deleteVersions(name) : status;
+}
+
+Status B2Backend::deleteVersions(const QString& name)
+{
     // Every version of the name goes: a hidden or older version still takes
     // space.
     for (;;) {
         QJsonObject answer;
-        status = m_client.call("b2_list_file_versions",
-                               {{QStringLiteral("bucketId"), m_bucketId},
-                                {QStringLiteral("startFileName"), name},
-                                {QStringLiteral("prefix"), name},
-                                {QStringLiteral("maxFileCount"), 100}},
-                               &answer);
+        Status status = m_client.call("b2_list_file_versions",
+                                      {{QStringLiteral("bucketId"), m_bucketId},
+                                       {QStringLiteral("startFileName"), name},
+                                       {QStringLiteral("prefix"), name},
+                                       {QStringLiteral("maxFileCount"), 100}},
+                                      &answer);
         if (!status.ok())
             return status;
         int deleted = 0;

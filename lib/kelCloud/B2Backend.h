@@ -43,6 +43,7 @@ private:
     // Finds the configured bucket's id and name, once.
     Status resolveBucket();
     Status uploadWhole(const QString& name, const QByteArray& data);
+    Status deleteVersions(const QString& name);
     Status uploadLarge(const QString& name, QByteArray first, QByteArray second,
                        UploadSource* source);
     Status uploadParts(const QString& fileId, QByteArray first, QByteArray second,

@@ -190,7 +190,7 @@ Status GoogleStorageBackend::check()
         return status;
     const QString probe = ObjectName::reserved(QStringLiteral("probe"));
     status = uploadWhole(probe, QByteArrayLiteral("probe"));
-    return status.ok() ? remove(probe) : status;
+    return status.ok() ? deleteObject(probe) : status;
 }
 
 Status GoogleStorageBackend::listPages(GoogleStorageClient::Request request,
@@ -408,14 +408,17 @@ Status GoogleStorageBackend::remove(const QString& name)
     Status status = ObjectName::check(name);
     if (status.ok())
         status = needBucket();
-    if (!status.ok())
-        return status;
+    return status.ok() ? deleteObject(name) : status;
+}
+
+Status GoogleStorageBackend::deleteObject(const QString& name)
+{
     GoogleStorageClient::Request request;
     request.method = "DELETE";
     request.path = objectPath(name);
     request.forObject = true;
     GoogleStorageClient::Response response;
-    status = m_client.send(request, &response);
+    const Status status = m_client.send(request, &response);
     return status.error == Operation::Error::ObjectNotFound ? Status::success() : status;
 }
 

@@ -46,6 +46,7 @@ private:
     QByteArray objectPath(const QString& name) const;
     Status listPages(GoogleStorageClient::Request request, QList<ObjectInfo>* entries);
     Status uploadWhole(const QString& name, const QByteArray& data);
+    Status deleteObject(const QString& name);
     Status uploadResumable(const QString& name, QByteArray first, QByteArray second,
                            UploadSource* source);
     Status uploadChunks(const QByteArray& session, QByteArray first, QByteArray second,
