@@ -16,6 +16,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace Kel::Cloud {
 
@@ -182,7 +183,8 @@ Status SftpBackend::openSession()
             return Status::failure(
                 Operation::Error::Unreachable,
                 QStringLiteral("cannot reach %1 through the proxy: %2").arg(where, error));
-        // The session owns the socket from here and closes it.
+        // The session uses the socket but does not close it; disconnect() does.
+        m_tunnel = socket;
         ssh_options_set(m_session, SSH_OPTIONS_FD, &socket);
     }
     if (ssh_connect(m_session) != SSH_OK)
@@ -305,6 +307,9 @@ void SftpBackend::disconnect()
         ssh_free(m_session);
     }
     m_session = nullptr;
+    if (m_tunnel >= 0)
+        ::close(m_tunnel);
+    m_tunnel = -1;
 }
 
 // --- helpers ----------------------------------------------------------------

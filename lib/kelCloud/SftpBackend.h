@@ -78,6 +78,8 @@ private:
     Settings m_settings;
     ssh_session_struct* m_session = nullptr;
     sftp_session_struct* m_sftp = nullptr;
+    // The socket through the proxy, when there is one.
+    int m_tunnel = -1;
 };
 
 } // namespace Kel::Cloud

@@ -5,6 +5,7 @@
 #include "support/QtPrinters.h"
 #include "support/SftpPeer.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTcpServer>
 #include <gtest/gtest.h>
@@ -208,4 +209,28 @@ TEST_F(SftpBackendTest, ReachesTheServerThroughTheProxyWhenAsked)
     EXPECT_EQ(refused.error, Operation::Error::Unreachable);
     EXPECT_TRUE(refused.message.contains(QStringLiteral("through the proxy")))
         << refused.message.toStdString();
+}
+
+TEST_F(SftpBackendTest, ConnectionsLeaveNoDescriptorsBehind)
+{
+    const auto openDescriptors = [] {
+        return QDir(QStringLiteral("/proc/self/fd"))
+            .entryList(QDir::NoDotAndDotDot | QDir::AllEntries)
+            .size();
+    };
+    QVariantMap config = peer->config(peer->makeFolder(QStringLiteral("descriptors")));
+    const int before = openDescriptors();
+    {
+        OrvTest::ConnectProxy proxy;
+        for (int i = 0; i < 3; ++i)
+            ASSERT_TRUE(check(config).ok());
+        config.insert(QLatin1String(Config::ProxyType), QStringLiteral("Http"));
+        config.insert(QLatin1String(Config::ProxyHost), QStringLiteral("127.0.0.1"));
+        config.insert(QLatin1String(Config::ProxyPort), QString::number(proxy.port()));
+        config.insert(QLatin1String(Config::UseProxy), QStringLiteral("true"));
+        for (int i = 0; i < 3; ++i)
+            ASSERT_TRUE(check(config).ok());
+        EXPECT_EQ(proxy.targets().size(), 3);
+    }
+    EXPECT_EQ(openDescriptors(), before);
 }
