@@ -68,7 +68,7 @@ TEST_F(SftpBackendTest, PasswordLoginThenObjectsRoundTrip)
     OrvTest::exerciseObjects(*sftp);
 }
 
-TEST_F(SftpBackendTest, KeyLoginWithTheKeysTextAndARelativeContainer)
+TEST_F(SftpBackendTest, KeyLoginWithTheKeysText)
 {
     peer->makeFolder(QStringLiteral("keyed"));
     QVariantMap config = peer->config(peer->path(QStringLiteral("keyed")));
