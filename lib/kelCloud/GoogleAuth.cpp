@@ -31,7 +31,8 @@ bool GoogleAuth::parse(const QString& text, Type* type)
     }
     bool number = false;
     const int value = trimmed.toInt(&number);
-    if (!number || !TypeName().contains(static_cast<Type>(value)))
+    // Checked as a number: an enum holds only its own values.
+    if (!number || value < AccessKey || value > InstallApp)
         return false;
     *type = static_cast<Type>(value);
     return true;
