@@ -72,6 +72,10 @@ void Application::init()
     if (!Orv::SQL::Database::init())
         qCCritical(lcApp) << "Error on init database connection";
     QThreadPool::globalInstance()->setMaxThreadCount(10);
+    // Pooled threads end as soon as they are idle. Storage checks run on them
+    // and leave TLS state behind; a thread still tearing that down while the
+    // process exits looks like a leak and races with the library's clean-up.
+    QThreadPool::globalInstance()->setExpiryTimeout(0);
     if (QPointer<Orv::Common::Communication::Manager> manager =
             Orv::Common::Communication::Manager::instance())
         manager->initConnectionAgent(kAgentKindCommandLine, QJsonObject());

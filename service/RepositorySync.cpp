@@ -20,6 +20,9 @@ RepositorySync::RepositorySync(AccountCatalog& catalog, StorageState& state, Sca
                                QObject* parent)
     : QObject(parent), m_catalog(catalog), m_state(state), m_scanner(std::move(scanner))
 {
+    // Passes are rare; a thread that has ended one is not kept (its TLS
+    // clean-up would otherwise race with the end of the process).
+    m_pool.setExpiryTimeout(0);
 }
 
 RepositorySync::~RepositorySync()

@@ -27,6 +27,8 @@ public:
     SslStoreHandler(TrustedStore& store, PeerFetch fetch, Broadcast broadcast)
         : m_store(store), m_fetch(std::move(fetch)), m_broadcast(std::move(broadcast))
     {
+        // Fetches are rare; their threads end with them.
+        m_pool.setExpiryTimeout(0);
     }
     // Waits for fetches still running.
     ~SslStoreHandler() { m_pool.waitForDone(); }

@@ -43,8 +43,8 @@ bool readSignature(const ConfigReader& reader, Signature::Version* version)
     }
     bool number = false;
     const int value = text.toInt(&number);
-    if (!number ||
-        !Signature::SignatureVersionName().contains(static_cast<Signature::Version>(value)))
+    // Checked as a number: an enum holds only its own values.
+    if (!number || (value != Signature::AWS2 && value != Signature::AWS4))
         return false;
     *version = static_cast<Signature::Version>(value);
     return true;
