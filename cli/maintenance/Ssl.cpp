@@ -7,7 +7,7 @@
 #include "orvCommon/AppPath.h"
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/Registry.h"
-#include "orvCommon/DefaultSettings.h"
+#include "orvCommon/NetworkSettings.h"
 
 #include <QJsonArray>
 #include <QLocale>
@@ -73,17 +73,9 @@ QString shortDate(const QDateTime& time)
 
 void init()
 {
-    Kel::Network::GlobalConfig* config = Kel::Network::GlobalConfig::instance();
-    Orv::DefaultSettings* settings = Orv::DefaultSettings::instance();
-    config->setTrustedCertificatesPath(Orv::Defines::AppPath::to().trustedCertificatesFile());
-    config->setIgnoreSslErrors(settings->getIgnoreSSL() != QLatin1String("false"));
-    bool ok = false;
-    const uint attempts = settings->getConnectionRetryAttempts().toUInt(&ok);
-    if (ok)
-        config->setConnectionRetryAttempts(static_cast<int>(attempts));
-    const uint interval = settings->getConnectionRetryInterval().toUInt(&ok);
-    if (ok)
-        config->setConnectionRetryInterval(static_cast<int>(interval));
+    Kel::Network::GlobalConfig::instance()->setTrustedCertificatesPath(
+        Orv::Defines::AppPath::to().trustedCertificatesFile());
+    Orv::Common::applyNetworkSettings();
 }
 
 void updateSslCertificateCache()

@@ -11,8 +11,8 @@
 // its certificate is not trusted, shows it, and adds it on request.
 namespace Orv::CLI::Ssl {
 
-// Fills the network library's global configuration from the installation
-// and the settings store.
+// Fills the network library's global configuration: the installation's
+// trusted-certificate file, and the settings store's TLS and retry choices.
 void init();
 // Replaces the certificate cache with the service's store. A failure is
 // logged and leaves the cache as it was.

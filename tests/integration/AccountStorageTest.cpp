@@ -265,12 +265,21 @@ TEST(AccountStorage, UntrustedCertificateIsShownAndTrustedOnlyOnYes)
     EXPECT_FALSE(sandbox.readFile(QStringLiteral("config/trustedCertificates.pem"))
                      .contains(peer.certificates().serverPem));
 
+    // The administrator may choose not to verify certificates at all.
+    const QStringList lenient{QStringLiteral("config"), QStringLiteral("set"),
+                              QStringLiteral("ignoressl"), QStringLiteral("-v")};
+    ASSERT_EQ(sandbox.run(lenient + QStringList{QStringLiteral("yes")}).exitCode, 0);
+    QStringList unchecked = add;
+    unchecked[4] = QStringLiteral("Unchecked");
+    expectRun(sandbox.run(unchecked), kSuccess);
+    ASSERT_EQ(sandbox.run(lenient + QStringList{QStringLiteral("no")}).exitCode, 0);
+
     expectRun(sandbox.run(add, "y\n"), prompt + kSuccess);
     EXPECT_EQ(sandbox.readFile(QStringLiteral("config/trustedCertificates.pem")),
               peer.certificates().serverPem);
     // Trusted from now on: no question asked.
     expectRun(sandbox.run(s3Add(peer, QStringLiteral("Again"), QStringLiteral("orv-other"))),
               kSuccess);
-    EXPECT_EQ(records(sandbox).size(), 2);
+    EXPECT_EQ(records(sandbox).size(), 3);
     EXPECT_EQ(sandbox.stopService(), 0);
 }
