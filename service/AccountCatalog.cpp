@@ -59,22 +59,10 @@ QString AccountCatalog::fileOf(const QUuid& id) const
         .filePath(id.toString(QUuid::WithoutBraces) + QStringLiteral(".json"));
 }
 
-QString AccountCatalog::save(const QJsonObject& record)
+QStringList AccountCatalog::filesOf(const QUuid& id) const
 {
-    const QUuid id(record.value(QLatin1String(Reply::ID)).toString());
-    if (id.isNull())
-        return QStringLiteral("the account record has no ID");
-    if (!QDir().mkpath(m_folder.path()))
-        return QStringLiteral("cannot create the folder %1").arg(m_folder.path());
-    return Kel::Core::AtomicFile::write(fileOf(id),
-                                        QJsonDocument(record).toJson(QJsonDocument::Indented));
-}
-
-QString AccountCatalog::remove(const QUuid& id)
-{
-    if (!find(id))
-        return QStringLiteral("no account has the ID %1").arg(id.toString());
     // A file put there by hand may go by another name than the ID.
+    QStringList files;
     const QDir folder(m_folder.path());
     const QStringList names = folder.entryList({QStringLiteral("*.json")}, QDir::Files);
     for (const QString& name : names) {
@@ -83,12 +71,40 @@ QString AccountCatalog::remove(const QUuid& id)
             continue;
         QString ignored;
         const std::optional<QJsonObject> record = accountRecord(file.readAll(), &ignored);
-        if (!record || QUuid(record->value(QLatin1String(Reply::ID)).toString()) != id)
-            continue;
-        if (!QFile::remove(file.fileName()))
-            return QStringLiteral("cannot remove %1").arg(file.fileName());
+        if (record && QUuid(record->value(QLatin1String(Reply::ID)).toString()) == id)
+            files.append(file.fileName());
     }
+    return files;
+}
+
+QString AccountCatalog::removeFiles(const QStringList& files) const
+{
+    for (const QString& file : files)
+        if (!QFile::remove(file))
+            return QStringLiteral("cannot remove %1").arg(file);
     return {};
+}
+
+QString AccountCatalog::save(const QJsonObject& record)
+{
+    const QUuid id(record.value(QLatin1String(Reply::ID)).toString());
+    if (id.isNull())
+        return QStringLiteral("the account record has no ID");
+    if (!QDir().mkpath(m_folder.path()))
+        return QStringLiteral("cannot create the folder %1").arg(m_folder.path());
+    QStringList others = filesOf(id);
+    others.removeAll(fileOf(id));
+    const QString error = Kel::Core::AtomicFile::write(
+        fileOf(id), QJsonDocument(record).toJson(QJsonDocument::Indented));
+    // The account lives in its own file from now on, and only there.
+    return error.isEmpty() ? removeFiles(others) : error;
+}
+
+QString AccountCatalog::remove(const QUuid& id)
+{
+    if (!find(id))
+        return QStringLiteral("no account has the ID %1").arg(id.toString());
+    return removeFiles(filesOf(id));
 }
 
 } // namespace Orv::Service

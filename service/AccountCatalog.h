@@ -24,14 +24,17 @@ public:
     std::optional<QJsonObject> find(const QUuid& id);
 
     // Writes the record (which has an ID) whole and atomically as
-    // "<uuid>.json", replacing the account's earlier file. Returns an empty
-    // string on success, otherwise the reason.
+    // "<uuid>.json", replacing the account's earlier file, whatever its name.
+    // Returns an empty string on success, otherwise the reason.
     QString save(const QJsonObject& record);
     // Removes the account's file; an unknown id is an error.
     QString remove(const QUuid& id);
 
 private:
     QString fileOf(const QUuid& id) const;
+    // Every file that holds the account, whatever its name.
+    QStringList filesOf(const QUuid& id) const;
+    QString removeFiles(const QStringList& files) const;
 
     ConfigFolder m_folder;
 };

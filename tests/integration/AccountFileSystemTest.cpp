@@ -194,3 +194,20 @@ TEST_F(AccountFileSystem, ManagedClientKeepsCloudAccountsOutOfReach)
     expectRun(run(sandbox, "account edit --name Provider -p x"), "\nUnknown command.\n\n");
     expectRun(run(sandbox, "account delete -c --name Local"), kSuccess);
 }
+
+TEST_F(AccountFileSystem, AnAccountWrittenByHandIsKeptInOneFileOnceEdited)
+{
+    const QString id = QUuid::createUuid().toString();
+    const QJsonObject handmade{{"ID", id},
+                               {"DisplayName", "Handmade"},
+                               {"Type", 1},
+                               {"DetailParams", QJsonObject{{"Path", store()}}}};
+    sandbox.writeFile(QStringLiteral("config/accounts/handmade.json"),
+                      QJsonDocument(handmade).toJson());
+    expectRun(run(sandbox, "account edit --name Handmade -p pc"), kSuccess);
+    EXPECT_EQ(accountFiles(sandbox),
+              QStringList{QUuid(id).toString(QUuid::WithoutBraces) + QStringLiteral(".json")});
+    EXPECT_EQ(records(sandbox).size(), 1);
+    EXPECT_EQ(record(sandbox, QStringLiteral("Handmade")).value(QStringLiteral("Prefix")),
+              QStringLiteral("pc"));
+}
