@@ -113,12 +113,10 @@ std::unique_ptr<Backend> AzureBlobBackend::create(const QVariantMap& config, Sta
     *status = readSettings(reader, &settings);
     if (!status->ok())
         return nullptr;
-    bool ok = true;
-    const qint64 blockSize = reader.number(Config::PartSize, DefaultBlockSize, &ok);
-    if (!ok || blockSize < MinBlockSize || blockSize > MaxBlockSize) {
-        *status = invalid(QStringLiteral("the part size must be between %1 and %2 bytes")
-                              .arg(MinBlockSize)
-                              .arg(MaxBlockSize));
+    qint64 blockSize = 0;
+    QString error;
+    if (!reader.partSize(DefaultBlockSize, MinBlockSize, MaxBlockSize, &blockSize, &error)) {
+        *status = invalid(error);
         return nullptr;
     }
     return std::unique_ptr<Backend>(new AzureBlobBackend(settings, blockSize));

@@ -62,12 +62,10 @@ std::unique_ptr<Backend> B2Backend::create(const QVariantMap& config, Status* st
     settings.proxy = reader.proxy();
     settings.retryAttempts = reader.retryAttempts();
     settings.retryInterval = reader.retryInterval();
-    bool ok = true;
-    const qint64 partSize = reader.number(Config::PartSize, DefaultPartSize, &ok);
-    if (!ok || partSize < MinPartSize || partSize > MaxPartSize) {
-        *status = invalid(QStringLiteral("the part size must be between %1 and %2 bytes")
-                              .arg(MinPartSize)
-                              .arg(MaxPartSize));
+    qint64 partSize = 0;
+    QString error;
+    if (!reader.partSize(DefaultPartSize, MinPartSize, MaxPartSize, &partSize, &error)) {
+        *status = invalid(error);
         return nullptr;
     }
     return std::unique_ptr<Backend>(

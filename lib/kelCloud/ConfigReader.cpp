@@ -70,4 +70,16 @@ int ConfigReader::retryInterval() const
     return static_cast<int>(qBound<qint64>(0, number(Config::RetryInterval, fallback), 3600000));
 }
 
+bool ConfigReader::partSize(qint64 fallback, qint64 minimum, qint64 maximum, qint64* size,
+                            QString* error) const
+{
+    bool ok = true;
+    *size = number(Config::PartSize, fallback, &ok);
+    if (ok && *size >= minimum && *size <= maximum)
+        return true;
+    *error =
+        QStringLiteral("the part size must be between %1 and %2 bytes").arg(minimum).arg(maximum);
+    return false;
+}
+
 } // namespace Kel::Cloud

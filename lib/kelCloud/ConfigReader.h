@@ -24,6 +24,10 @@ public:
     // The fallback when absent or empty; ok is false for text that is not a
     // whole number.
     qint64 number(const char* key, qint64 fallback, bool* ok = nullptr) const;
+    // The upload part size (Config::PartSize) within [minimum, maximum]; false
+    // with the reason in *error when it is not a number or out of range.
+    bool partSize(qint64 fallback, qint64 minimum, qint64 maximum, qint64* size,
+                  QString* error) const;
 
     Kel::Network::ProxySettings proxy() const;
     // The configuration's own values, else the network library's.

@@ -126,12 +126,10 @@ std::unique_ptr<Backend> S3Backend::create(Type type, const QVariantMap& config,
     *status = readSettings(type, reader, &settings);
     if (!status->ok())
         return nullptr;
-    bool ok = true;
-    const qint64 partSize = reader.number(Config::PartSize, DefaultPartSize, &ok);
-    if (!ok || partSize < MinPartSize || partSize > MaxPartSize) {
-        *status = invalid(QStringLiteral("the part size must be between %1 and %2 bytes")
-                              .arg(MinPartSize)
-                              .arg(MaxPartSize));
+    qint64 partSize = 0;
+    QString error;
+    if (!reader.partSize(DefaultPartSize, MinPartSize, MaxPartSize, &partSize, &error)) {
+        *status = invalid(error);
         return nullptr;
     }
     return std::unique_ptr<Backend>(new S3Backend(settings, partSize));
