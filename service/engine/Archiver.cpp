@@ -1,0 +1,803 @@
+#include "service/engine/Archiver.h"
+
+#include "kelBackupFormat/Tree.h"
+#include "kelStreams/BandwidthLimiter.h"
+#include "kelStreams/Chunker.h"
+#include "orvRepository/RunWriter.h"
+
+#include <QMap>
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <fcntl.h>
+#include <mutex>
+#include <optional>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Orv::Engine {
+
+using namespace Kel::Archive;
+using Orv::Repository::RunWriter;
+using Orv::Repository::Status;
+
+namespace {
+
+constexpr int kMaxProblems = 100;
+// Bytes a file is read ahead of the chunker: enough to find most cut points
+// at once; the buffer grows to the longest chunk only when it must.
+constexpr std::size_t kLookahead = 2 * 1024 * 1024;
+
+QString pathText(const QByteArray& path)
+{
+    return QString::fromLocal8Bit(path);
+}
+
+qint64 nanoseconds(const struct timespec& t)
+{
+    return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+Node nodeOf(const WalkEntry& entry)
+{
+    const struct stat& st = entry.st;
+    Node n;
+    n.name = entry.name;
+    if (S_ISDIR(st.st_mode)) {
+        n.type = Node::Type::Directory;
+    } else if (S_ISLNK(st.st_mode)) {
+        n.type = Node::Type::Symlink;
+    } else if (S_ISFIFO(st.st_mode)) {
+        n.type = Node::Type::Fifo;
+    } else if (S_ISCHR(st.st_mode)) {
+        n.type = Node::Type::CharDevice;
+    } else if (S_ISBLK(st.st_mode)) {
+        n.type = Node::Type::BlockDevice;
+    }
+    n.mode = st.st_mode & 07777;
+    n.uid = st.st_uid;
+    n.gid = st.st_gid;
+    n.mtimeNs = nanoseconds(st.st_mtim);
+    n.ctimeNs = nanoseconds(st.st_ctim);
+    n.device = st.st_dev;
+    n.inode = st.st_ino;
+    n.links = quint32(st.st_nlink);
+    n.size = n.isFile() ? quint64(st.st_size) : 0;
+    n.rdev = st.st_rdev;
+    if (n.type == Node::Type::Symlink) {
+        n.linkTarget = entry.linkTarget;
+        n.size = quint64(entry.linkTarget.size());
+    }
+    return n;
+}
+
+// Whether a file is as it was in the previous restore point, so that its
+// chunks can be taken over without reading it.
+bool unchanged(const Node& now, const Node* before)
+{
+    return before && before->isFile() && before->size == now.size &&
+           before->mtimeNs == now.mtimeNs && before->ctimeNs == now.ctimeNs &&
+           before->inode == now.inode && before->device == now.device;
+}
+
+const Node* findNode(const QVector<Node>& nodes, const QByteArray& name)
+{
+    auto it = std::lower_bound(nodes.begin(), nodes.end(), name,
+                               [](const Node& n, const QByteArray& key) { return n.name < key; });
+    return it != nodes.end() && it->name == name ? &*it : nullptr;
+}
+
+} // namespace
+
+// The chunk ids of one file: the reading thread adds places as it cuts, the
+// workers fill them in; the mutex keeps the two apart.
+struct FileSlot
+{
+    std::mutex mutex;
+    QVector<QByteArray> ids;
+
+    void grow(int size)
+    {
+        std::lock_guard lock(mutex);
+        ids.resize(size);
+    }
+    void set(int index, QByteArray id)
+    {
+        std::lock_guard lock(mutex);
+        ids[index] = std::move(id);
+    }
+};
+
+// Stores chunks on the configured number of threads, each with its own
+// packs. Holds at most the memory limit's worth of chunks in flight.
+class Archiver::Pipeline
+{
+public:
+    Pipeline(RunWriter& writer, int threads, qint64 limit) : m_limit(std::max<qint64>(limit, 1))
+    {
+        for (int i = 0; i < std::max(1, threads); ++i) {
+            m_workers.emplace_back([this, w = writer.worker()]() mutable { loop(*w); });
+        }
+    }
+
+    ~Pipeline() { finish(); }
+
+    void submit(QByteArray data, std::shared_ptr<FileSlot> slot, int index)
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [&] {
+            return !m_failure.ok() || m_inFlight == 0 || m_inFlight + data.size() <= m_limit;
+        });
+        m_inFlight += data.size();
+        ++m_pending;
+        m_jobs.push_back({std::move(data), std::move(slot), index});
+        m_changed.notify_all();
+    }
+
+    // Waits until every submitted chunk is stored.
+    Status drain()
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [&] { return m_pending == 0; });
+        return m_failure;
+    }
+
+    Status failure() const
+    {
+        std::lock_guard lock(m_mutex);
+        return m_failure;
+    }
+
+    // Stores what is left, flushes every worker's pack, ends the threads.
+    Status finish()
+    {
+        {
+            std::lock_guard lock(m_mutex);
+            m_closing = true;
+            m_changed.notify_all();
+        }
+        for (std::thread& t : m_workers) {
+            t.join();
+        }
+        m_workers.clear();
+        return failure();
+    }
+
+private:
+    struct Job
+    {
+        QByteArray data;
+        std::shared_ptr<FileSlot> slot;
+        int index;
+    };
+
+    void loop(RunWriter::Worker& worker)
+    {
+        std::unique_lock lock(m_mutex);
+        for (;;) {
+            m_changed.wait(lock, [&] { return m_closing || !m_jobs.empty(); });
+            if (m_jobs.empty()) {
+                break;
+            }
+            Job job = std::move(m_jobs.front());
+            m_jobs.pop_front();
+            const bool skip = !m_failure.ok();
+            lock.unlock();
+            Status status;
+            if (!skip) {
+                QByteArray id;
+                status = worker.store(BlobType::Data, job.data, &id);
+                job.slot->set(job.index, std::move(id));
+            }
+            const qint64 size = job.data.size();
+            job = Job();
+            lock.lock();
+            if (!status.ok() && m_failure.ok()) {
+                m_failure = status;
+            }
+            m_inFlight -= size;
+            --m_pending;
+            m_changed.notify_all();
+        }
+        lock.unlock();
+        const Status status = worker.flush();
+        lock.lock();
+        if (!status.ok() && m_failure.ok()) {
+            m_failure = status;
+        }
+    }
+
+    const qint64 m_limit;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<Job> m_jobs;
+    qint64 m_inFlight = 0;
+    int m_pending = 0;
+    bool m_closing = false;
+    Status m_failure;
+    std::vector<std::thread> m_workers;
+};
+
+// Receives the walk, reads what changed, and builds the folder listings
+// bottom-up as folders end. The roots' nodes wait in memory (there are few)
+// until the walk is over; then the folders above them are made.
+class Archiver::TreeBuilder : public WalkVisitor
+{
+public:
+    TreeBuilder(Archiver& archiver, RunWriter& writer, Pipeline& pipeline)
+        : m_archiver(archiver), m_writer(writer), m_pipeline(pipeline),
+          m_reader(writer.generation()), m_treeWorker(writer.worker()),
+          m_chunker(writer.chunkerSeed())
+    {
+        if (const PointRecord* previous = writer.previous()) {
+            m_previousRoot = previous->root;
+        }
+    }
+
+    int warnings = 0;
+    int errors = 0;
+    quint64 files = 0;
+    quint64 bytes = 0;
+    QStringList problems;
+    Status failure;
+
+    bool stopRequested() const override
+    {
+        return m_archiver.m_stop || !failure.ok() || !m_pipeline.failure().ok();
+    }
+
+    void beginRoot(const WalkEntry& root) override
+    {
+        m_rootPrevious = previousAt(root.path);
+        m_haveRootPrevious = true;
+    }
+
+    void endRoot(const WalkEntry& root) override
+    {
+        if (!m_rootNode) {
+            return;
+        }
+        // A root that holds earlier roots supersedes them.
+        const QByteArray below = root.path == "/" ? QByteArray("/") : root.path + '/';
+        for (auto it = m_roots.begin(); it != m_roots.end();) {
+            it = it.key().startsWith(below) ? m_roots.erase(it) : std::next(it);
+        }
+        m_roots.insert(root.path, *m_rootNode);
+        m_rootNode.reset();
+    }
+
+    void enterDirectory(const WalkEntry& directory) override
+    {
+        Frame frame;
+        frame.node = nodeOf(directory);
+        frame.path = directory.path;
+        const Node* before = previousFor(directory.name);
+        if (before && before->isDirectory()) {
+            frame.hasPrevious = readTree(before->subtree, &frame.previous);
+        }
+        m_frames.push_back(std::move(frame));
+        countSeen(0);
+    }
+
+    void leaveDirectory(const WalkEntry&) override
+    {
+        Frame frame = std::move(m_frames.back());
+        m_frames.pop_back();
+        if (!finishFiles(frame)) {
+            return;
+        }
+        if (frame.nodes.isEmpty() && !m_archiver.m_description.keepEmptyFolders) {
+            return;
+        }
+        QByteArray id;
+        const Status status = m_treeWorker->store(BlobType::Tree, encodeTree(frame.nodes), &id);
+        if (!status.ok()) {
+            failure = status;
+            return;
+        }
+        frame.node.subtree = id;
+        place(std::move(frame.node));
+    }
+
+    void entry(const WalkEntry& entry) override
+    {
+        Node node = nodeOf(entry);
+        countSeen(node.size);
+        if (!node.isFile()) {
+            place(std::move(node));
+            return;
+        }
+        const Node* before = previousFor(entry.name);
+        if (unchanged(node, before)) {
+            node.chunks = before->chunks;
+            ++files;
+            bytes += node.size;
+            place(std::move(node));
+            return;
+        }
+        auto slot = std::make_shared<FileSlot>();
+        if (!readFile(entry, &node, slot)) {
+            return;
+        }
+        ++m_archiver.m_progress.filesRead;
+        if (m_frames.empty()) {
+            finishRootFile(std::move(node), slot);
+            return;
+        }
+        m_frames.back().pending.append({m_frames.back().nodes.size(), slot});
+        m_frames.back().nodes.append(std::move(node));
+    }
+
+    void problem(const QByteArray& path, const QString& reason) override
+    {
+        ++warnings;
+        note(QStringLiteral("%1: %2").arg(pathText(path), reason));
+    }
+
+    // The id of the tree that holds every root at its absolute path.
+    Status finish(QByteArray* rootId)
+    {
+        if (!failure.ok()) {
+            return failure;
+        }
+        if (m_roots.contains("/")) {
+            *rootId = m_roots.value("/").subtree;
+            return Status::success();
+        }
+        return buildAbove("/", rootId);
+    }
+
+private:
+    struct Pending
+    {
+        int index;
+        std::shared_ptr<FileSlot> slot;
+    };
+    struct Frame
+    {
+        Node node;
+        QByteArray path;
+        QVector<Node> nodes;
+        QVector<Pending> pending;
+        QVector<Node> previous;
+        bool hasPrevious = false;
+    };
+
+    void note(const QString& text)
+    {
+        if (problems.size() < kMaxProblems) {
+            problems.append(text);
+        }
+    }
+
+    void countSeen(quint64 size)
+    {
+        ++m_archiver.m_progress.filesSeen;
+        m_archiver.m_progress.bytesSeen += size;
+    }
+
+    // The previous restore point's node for a name in the current folder (or
+    // at the current root).
+    const Node* previousFor(const QByteArray& name) const
+    {
+        if (m_frames.empty()) {
+            return m_haveRootPrevious && m_rootPrevious ? &*m_rootPrevious : nullptr;
+        }
+        const Frame& frame = m_frames.back();
+        return frame.hasPrevious ? findNode(frame.previous, name) : nullptr;
+    }
+
+    // The previous restore point's node at an absolute path, found by
+    // descending from its root.
+    std::optional<Node> previousAt(const QByteArray& path)
+    {
+        if (m_previousRoot.isEmpty()) {
+            return std::nullopt;
+        }
+        QVector<Node> nodes;
+        if (!readTree(m_previousRoot, &nodes)) {
+            return std::nullopt;
+        }
+        if (path == "/") {
+            Node root;
+            root.type = Node::Type::Directory;
+            root.subtree = m_previousRoot;
+            return root;
+        }
+        const QList<QByteArray> parts = path.mid(1).split('/');
+        for (int i = 0; i < parts.size(); ++i) {
+            const Node* node = findNode(nodes, parts.at(i));
+            if (!node) {
+                return std::nullopt;
+            }
+            if (i + 1 == parts.size()) {
+                return *node;
+            }
+            const QByteArray subtree = node->subtree;
+            if (!node->isDirectory() || !readTree(subtree, &nodes)) {
+                return std::nullopt;
+            }
+        }
+        return std::nullopt;
+    }
+
+    bool readTree(const QByteArray& id, QVector<Node>* nodes)
+    {
+        return m_reader.tree(id, nodes).ok();
+    }
+
+    void place(Node node)
+    {
+        if (m_frames.empty()) {
+            m_rootNode = std::move(node);
+        } else {
+            m_frames.back().nodes.append(std::move(node));
+        }
+    }
+
+    // Waits for the folder's files to be stored and writes their chunk ids
+    // into their nodes; files that failed leave the folder.
+    bool finishFiles(Frame& frame)
+    {
+        if (frame.pending.isEmpty()) {
+            return true;
+        }
+        const Status status = m_pipeline.drain();
+        if (!status.ok()) {
+            failure = status;
+            return false;
+        }
+        QVector<Node> kept;
+        kept.reserve(frame.nodes.size());
+        int next = 0;
+        for (int i = 0; i < frame.nodes.size(); ++i) {
+            Node& node = frame.nodes[i];
+            if (next < frame.pending.size() && frame.pending.at(next).index == i) {
+                node.chunks = std::move(frame.pending.at(next).slot->ids);
+                ++next;
+            }
+            kept.append(std::move(node));
+        }
+        frame.nodes = std::move(kept);
+        frame.pending.clear();
+        return true;
+    }
+
+    void finishRootFile(Node node, const std::shared_ptr<FileSlot>& slot)
+    {
+        const Status status = m_pipeline.drain();
+        if (!status.ok()) {
+            failure = status;
+            return;
+        }
+        node.chunks = std::move(slot->ids);
+        m_rootNode = std::move(node);
+    }
+
+    // Reads the file and hands its chunks to the pipeline. False when it could
+    // not be read: counted and named, and the file is left out.
+    bool readFile(const WalkEntry& entry, Node* node, const std::shared_ptr<FileSlot>& slot)
+    {
+        int fd = ::open(entry.path.constData(), O_RDONLY | O_CLOEXEC | O_NOATIME);
+        if (fd < 0 && errno == EPERM) {
+            fd = ::open(entry.path.constData(), O_RDONLY | O_CLOEXEC);
+        }
+        if (fd < 0) {
+            const int error = errno;
+            ++warnings;
+            ++m_archiver.m_progress.filesFailed;
+            note(QStringLiteral("%1: %2").arg(pathText(entry.path),
+                                              QString::fromLocal8Bit(strerror(error))));
+            return false;
+        }
+        posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+        QString error;
+        const quint64 size = readChunks(fd, node->size, slot, &error);
+        ::close(fd);
+        if (!error.isEmpty()) {
+            ++errors;
+            ++m_archiver.m_progress.filesFailed;
+            note(QStringLiteral("%1: %2").arg(pathText(entry.path), error));
+            return false;
+        }
+        // A file that grew or shrank while it was read is kept as read.
+        node->size = size;
+        ++files;
+        bytes += size;
+        return true;
+    }
+
+    quint64 readChunks(int fd, quint64 expected, const std::shared_ptr<FileSlot>& slot,
+                       QString* error)
+    {
+        // Small files: one read into a buffer of their size, handed on whole.
+        if (expected < Kel::Streams::Chunker::kMinSize) {
+            QByteArray data(int(expected) + 1, Qt::Uninitialized);
+            qint64 filled = 0;
+            for (;;) {
+                if (filled == data.size()) {
+                    data.resize(data.size() * 2);
+                }
+                const ssize_t n =
+                    ::read(fd, data.data() + filled, std::size_t(data.size() - filled));
+                if (n < 0 && errno == EINTR) {
+                    continue;
+                }
+                if (n < 0) {
+                    *error = QString::fromLocal8Bit(strerror(errno));
+                    return 0;
+                }
+                if (n == 0) {
+                    break;
+                }
+                filled += n;
+            }
+            data.resize(int(filled));
+            if (filled > 0) {
+                m_archiver.m_progress.bytesRead += quint64(filled);
+                if (filled < qint64(Kel::Streams::Chunker::kMinSize)) {
+                    slot->grow(1);
+                    m_pipeline.submit(std::move(data), slot, 0);
+                    return quint64(filled);
+                }
+                return chunkBuffer(data, slot);
+            }
+            return 0;
+        }
+        return streamChunks(fd, slot, error);
+    }
+
+    quint64 chunkBuffer(const QByteArray& data, const std::shared_ptr<FileSlot>& slot)
+    {
+        const auto* p = reinterpret_cast<const uchar*>(data.constData());
+        std::size_t offset = 0;
+        QVector<std::pair<std::size_t, std::size_t>> cuts;
+        while (offset < std::size_t(data.size())) {
+            const std::size_t length = m_chunker.cut(p + offset, std::size_t(data.size()) - offset);
+            cuts.append({offset, length});
+            offset += length;
+        }
+        slot->grow(cuts.size());
+        for (int i = 0; i < cuts.size(); ++i) {
+            m_pipeline.submit(data.mid(int(cuts[i].first), int(cuts[i].second)), slot, i);
+        }
+        return quint64(data.size());
+    }
+
+    // Large files: read ahead into one buffer, cut, and copy each chunk out.
+    quint64 streamChunks(int fd, const std::shared_ptr<FileSlot>& slot, QString* error)
+    {
+        const std::size_t capacity = Kel::Streams::Chunker::kMaxSize + kLookahead;
+        if (m_buffer.size() < capacity) {
+            m_buffer.resize(capacity);
+        }
+        char* buffer = m_buffer.data();
+        std::size_t start = 0;
+        std::size_t end = 0;
+        bool eof = false;
+        quint64 total = 0;
+        std::size_t want = kLookahead;
+        int index = 0;
+        for (;;) {
+            while (!eof && end - start < want) {
+                if (end == capacity) {
+                    std::memmove(buffer, buffer + start, end - start);
+                    end -= start;
+                    start = 0;
+                }
+                const ssize_t n = ::read(fd, buffer + end, capacity - end);
+                if (n < 0 && errno == EINTR) {
+                    continue;
+                }
+                if (n < 0) {
+                    *error = QString::fromLocal8Bit(strerror(errno));
+                    return 0;
+                }
+                eof = n == 0;
+                end += std::size_t(n);
+                m_archiver.m_progress.bytesRead += quint64(n);
+            }
+            const std::size_t available = end - start;
+            if (available == 0) {
+                break;
+            }
+            const std::size_t length =
+                m_chunker.cut(reinterpret_cast<const uchar*>(buffer + start), available);
+            if (length == available && !eof && available < Kel::Streams::Chunker::kMaxSize) {
+                // No cut point yet: read further before deciding.
+                want = std::min(available + kLookahead, Kel::Streams::Chunker::kMaxSize);
+                continue;
+            }
+            want = kLookahead;
+            slot->grow(index + 1);
+            m_pipeline.submit(QByteArray(buffer + start, int(length)), slot, index++);
+            start += length;
+            total += length;
+            if (stopRequested()) {
+                *error = QStringLiteral("stopped");
+                return 0;
+            }
+        }
+        return total;
+    }
+
+    Status buildAbove(const QByteArray& path, QByteArray* id)
+    {
+        const QByteArray below = path == "/" ? QByteArray("/") : path + '/';
+        QMap<QByteArray, Node> children;
+        for (auto it = m_roots.cbegin(); it != m_roots.cend(); ++it) {
+            if (!it.key().startsWith(below) || it.key() == path) {
+                continue;
+            }
+            const QByteArray rest = it.key().mid(below.size());
+            const int slash = rest.indexOf('/');
+            if (slash < 0) {
+                children.insert(rest, it.value());
+                continue;
+            }
+            const QByteArray name = rest.left(slash);
+            if (children.contains(name)) {
+                continue;
+            }
+            Node folder;
+            const QByteArray folderPath = below + name;
+            struct stat st;
+            WalkEntry e;
+            e.path = folderPath;
+            e.name = name;
+            if (::lstat(folderPath.constData(), &st) == 0 && S_ISDIR(st.st_mode)) {
+                e.st = st;
+                folder = nodeOf(e);
+            } else {
+                folder.name = name;
+                folder.type = Node::Type::Directory;
+                folder.mode = 0755;
+            }
+            const Status status = buildAbove(folderPath, &folder.subtree);
+            if (!status.ok()) {
+                return status;
+            }
+            children.insert(name, folder);
+        }
+        QVector<Node> nodes;
+        for (auto it = children.begin(); it != children.end(); ++it) {
+            nodes.append(it.value());
+        }
+        return m_treeWorker->store(BlobType::Tree, encodeTree(nodes), id);
+    }
+
+    Archiver& m_archiver;
+    RunWriter& m_writer;
+    Pipeline& m_pipeline;
+    Orv::Repository::Generation::Reader m_reader;
+    std::unique_ptr<RunWriter::Worker> m_treeWorker;
+    Kel::Streams::Chunker m_chunker;
+    std::vector<char> m_buffer;
+    std::vector<Frame> m_frames;
+    QByteArray m_previousRoot;
+    std::optional<Node> m_rootPrevious;
+    bool m_haveRootPrevious = false;
+    std::optional<Node> m_rootNode;
+    QMap<QByteArray, Node> m_roots;
+
+public:
+    Status flushTrees() { return m_treeWorker->flush(); }
+};
+
+Archiver::Archiver(const Orv::Repository::Repository& repository, const RunDescription& description)
+    : m_repository(repository), m_description(description)
+{
+}
+
+Archiver::~Archiver() = default;
+
+RunResult Archiver::run()
+{
+    RunResult result;
+    m_progress.step = int(RunStep::Preparing);
+    Kel::Streams::BandwidthLimiter limiter(m_description.bandwidth);
+    Orv::Repository::RunSettings settings;
+    settings.bunch = m_description.planId;
+    settings.planName = m_description.planName;
+    settings.compression = m_description.compression;
+    settings.algorithm = m_description.algorithm;
+    settings.password = m_description.password;
+    settings.hint = m_description.hint;
+    settings.forceFull = m_description.forceFull;
+    settings.packSize = m_description.packSize;
+    settings.queuedPacks = 2;
+    settings.uploadThreads = std::max(1, std::min(m_description.threads, 4));
+    settings.limiter = &limiter;
+
+    std::unique_ptr<RunWriter> writer;
+    Status status = RunWriter::begin(m_repository, settings, &writer);
+    if (!status.ok()) {
+        result.message = status.message;
+        return result;
+    }
+    result.full = writer->type() == BackupType::Full;
+    result.generation = writer->generation().id();
+
+    m_progress.step = int(RunStep::Reading);
+    QByteArray root;
+    int warnings = 0;
+    int errors = 0;
+    quint64 files = 0;
+    quint64 bytes = 0;
+    {
+        // Half the memory limit for chunks in flight; packs take the rest.
+        Pipeline pipeline(*writer, m_description.threads, m_description.memoryLimit / 2);
+        TreeBuilder builder(*this, *writer, pipeline);
+        SourceWalker(m_description.walk).walk(&builder);
+        status = builder.failure;
+        if (status.ok()) {
+            status = pipeline.drain();
+        }
+        if (status.ok() && m_stop) {
+            status = Orv::Repository::failure(QStringLiteral("The backup was stopped."));
+        }
+        if (status.ok()) {
+            status = builder.finish(&root);
+        }
+        if (status.ok()) {
+            status = builder.flushTrees();
+        }
+        const Status finished = pipeline.finish();
+        if (status.ok()) {
+            status = finished;
+        }
+        warnings = builder.warnings;
+        errors = builder.errors;
+        files = builder.files;
+        bytes = builder.bytes;
+        result.problems = builder.problems;
+    }
+    result.warnings = warnings;
+    result.errors = errors;
+    result.filesRead = m_progress.filesRead;
+    if (!status.ok()) {
+        writer->abort();
+        result.message = status.message;
+        result.bytesUploaded = writer->uploadedBytes();
+        return result;
+    }
+
+    m_progress.step = int(RunStep::Committing);
+    PointRecord point;
+    status = writer->commit(root, {warnings, errors, files, bytes}, &point);
+    result.bytesUploaded = writer->uploadedBytes();
+    m_progress.bytesUploaded = result.bytesUploaded;
+    if (!status.ok()) {
+        result.message = status.message;
+        return result;
+    }
+    result.point = point.id;
+    result.files = files;
+    result.bytes = bytes;
+    writer.reset();
+
+    if (m_description.keepDays > 0) {
+        m_progress.step = int(RunStep::Retention);
+        const QDateTime cutoff = m_description.now().addDays(-m_description.keepDays);
+        status = m_repository.applyRetention(m_description.planId, cutoff, nullptr);
+        if (!status.ok()) {
+            ++result.warnings;
+            result.problems.append(QStringLiteral("Retention: %1").arg(status.message));
+        }
+    }
+    m_progress.step = int(RunStep::Done);
+    result.outcome = result.errors > 0     ? RunResult::Outcome::Failure
+                     : result.warnings > 0 ? RunResult::Outcome::Warning
+                                           : RunResult::Outcome::Success;
+    result.message = result.outcome == RunResult::Outcome::Success
+                         ? QStringLiteral("Backup completed.")
+                         : QStringLiteral("Backup completed with %1 warning(s) and %2 error(s).")
+                               .arg(result.warnings)
+                               .arg(result.errors);
+    return result;
+}
+
+} // namespace Orv::Engine

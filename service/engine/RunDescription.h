@@ -1,0 +1,81 @@
+#pragma once
+
+#include "service/engine/SourceWalker.h"
+
+#include <QDateTime>
+#include <QString>
+#include <atomic>
+#include <functional>
+
+namespace Orv::Engine {
+
+// Everything one backup run needs to know, from the plan and the settings.
+struct RunDescription
+{
+    QString planId; // without braces: the bunch
+    QString planName;
+    WalkOptions walk;
+    bool keepEmptyFolders = true;
+    bool compression = true;
+    QString algorithm; // "aes-128", "aes-192", "aes-256"; empty: no encryption
+    QByteArray password;
+    QByteArray hint;
+    bool forceFull = false;
+
+    int threads = 2;
+    qint64 memoryLimit = 64 * 1024 * 1024; // bytes the pipeline may hold in flight
+    qint64 bandwidth = 0;                  // bytes per second to the storage; 0: no limit
+    qint64 packSize = 4 * 1024 * 1024;
+
+    // Retention by age: generations whose newest restore point is older than
+    // keepDays are removed after a successful run (0: keep everything).
+    int keepDays = 0;
+    // The clock of retention; tests move it.
+    std::function<QDateTime()> now = [] { return QDateTime::currentDateTimeUtc(); };
+};
+
+// What a run tells as it goes. Counters only grow; any thread may read them.
+struct RunProgress
+{
+    std::atomic<quint64> filesSeen{0};
+    std::atomic<quint64> bytesSeen{0};
+    std::atomic<quint64> filesRead{0};
+    std::atomic<quint64> bytesRead{0};
+    std::atomic<quint64> bytesUploaded{0};
+    std::atomic<quint64> filesFailed{0};
+    std::atomic<int> step{0};
+};
+
+enum class RunStep
+{
+    Preparing = 0,
+    Reading = 1,
+    Committing = 2,
+    Retention = 3,
+    Done = 4,
+};
+
+// How a run ended.
+struct RunResult
+{
+    enum class Outcome
+    {
+        Success,
+        Warning,
+        Failure,
+    };
+    Outcome outcome = Outcome::Failure;
+    QString message;
+    quint64 files = 0; // entries in the restore point
+    quint64 bytes = 0;
+    quint64 filesRead = 0;
+    quint64 bytesUploaded = 0;
+    int warnings = 0;
+    int errors = 0;
+    QStringList problems; // the first few, each naming its path
+    QString generation;
+    QString point;
+    bool full = false;
+};
+
+} // namespace Orv::Engine

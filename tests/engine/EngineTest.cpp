@@ -1,0 +1,306 @@
+// The engine end to end: backups into a real storage, restores out of it,
+// compared byte for byte and field for field with the source.
+#include "kelCloud/Config.h"
+#include "kelStreams/Hash.h"
+#include "orvRepository/Generation.h"
+#include "service/engine/Archiver.h"
+#include "service/engine/Restorer.h"
+#include "support/AzuritePeer.h"
+#include "support/S3Peer.h"
+#include "support/SftpPeer.h"
+
+#include <QDir>
+#include <QFile>
+#include <QMap>
+#include <QTemporaryDir>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace Orv::Engine;
+using Orv::Repository::Repository;
+
+namespace {
+
+void writeFile(const QByteArray& path, const QByteArray& data)
+{
+    QFile f(QString::fromLocal8Bit(path));
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(data);
+}
+
+QByteArray randomData(int size, unsigned seed)
+{
+    std::mt19937 gen(seed);
+    QByteArray data(size, Qt::Uninitialized);
+    for (int i = 0; i < size; ++i) {
+        data[i] = char(gen());
+    }
+    return data;
+}
+
+// A tree with the shapes that break backup programs.
+void makeTree(const QByteArray& root)
+{
+    mkdir(root.constData(), 0755);
+    writeFile(root + "/empty", QByteArray());
+    writeFile(root + "/text with spaces.txt", QByteArray(20000, 'a') + "end");
+    writeFile(root + "/new\nline", "newline");
+    writeFile(root + "/bad\xff\xfe name", "not utf-8");
+    writeFile(root + "/large.bin", randomData(6 * 1024 * 1024, 1));
+    const int sparse = ::open((root + "/sparse").constData(), O_CREAT | O_WRONLY, 0640);
+    ASSERT_GE(sparse, 0);
+    ASSERT_EQ(pwrite(sparse, "middle", 6, 3 * 1024 * 1024), 6);
+    ASSERT_EQ(ftruncate(sparse, 5 * 1024 * 1024), 0);
+    ::close(sparse);
+    QByteArray deep = root + "/deep";
+    for (int i = 0; i < 30; ++i) {
+        deep += "/level" + QByteArray::number(i);
+    }
+    QDir().mkpath(QString::fromLocal8Bit(deep));
+    writeFile(deep + "/bottom", "bottom");
+    mkdir((root + "/empty folder").constData(), 0700);
+    ASSERT_EQ(symlink("large.bin", (root + "/link").constData()), 0);
+    ASSERT_EQ(symlink("/nowhere/at/all", (root + "/dangling").constData()), 0);
+    ASSERT_EQ(link((root + "/new\nline").constData(), (root + "/hard").constData()), 0);
+    ASSERT_EQ(mkfifo((root + "/fifo").constData(), 0600), 0);
+    chmod((root + "/text with spaces.txt").constData(), 0604);
+    lchown((root + "/bad\xff\xfe name").constData(), 1234, 5678);
+    struct timespec times[2] = {{1000000, 5}, {1500000000, 123456789}};
+    utimensat(AT_FDCWD, (root + "/empty").constData(), times, 0);
+}
+
+// Every entry below root as one line: type, mode, owner, times, size, the
+// content's digest or the link's target, and which entries share an inode.
+QMap<QByteArray, QByteArray> describe(const QByteArray& root)
+{
+    QMap<QByteArray, QByteArray> out;
+    QMap<ino_t, QByteArray> inodes;
+    std::vector<QByteArray> pending{""};
+    while (!pending.empty()) {
+        const QByteArray rel = pending.back();
+        pending.pop_back();
+        DIR* dir = opendir((root + rel).constData());
+        if (!dir) {
+            continue;
+        }
+        while (dirent* e = readdir(dir)) {
+            const QByteArray name(e->d_name);
+            if (name == "." || name == "..") {
+                continue;
+            }
+            const QByteArray path = rel + '/' + name;
+            struct stat st;
+            lstat((root + path).constData(), &st);
+            QByteArray line = QByteArray::number(st.st_mode, 8) + ' ' +
+                              QByteArray::number(st.st_uid) + ':' + QByteArray::number(st.st_gid);
+            if (!S_ISLNK(st.st_mode)) {
+                line += " t" + QByteArray::number(qint64(st.st_mtim.tv_sec)) + '.' +
+                        QByteArray::number(qint64(st.st_mtim.tv_nsec));
+            }
+            if (S_ISREG(st.st_mode)) {
+                QFile f(QString::fromLocal8Bit(root + path));
+                f.open(QIODevice::ReadOnly);
+                line += ' ' + QByteArray::number(qint64(st.st_size)) + ' ' +
+                        Kel::Streams::sha256(f.readAll()).toHex().left(16);
+                if (st.st_nlink > 1) {
+                    line += " links:" + inodes.value(st.st_ino, path);
+                    inodes.insert(st.st_ino, inodes.value(st.st_ino, path));
+                }
+            } else if (S_ISLNK(st.st_mode)) {
+                char target[4096];
+                const ssize_t n = readlink((root + path).constData(), target, sizeof target);
+                line += " -> " + QByteArray(target, int(std::max<ssize_t>(n, 0)));
+            } else if (S_ISDIR(st.st_mode)) {
+                pending.push_back(path);
+            }
+            out.insert(path, line);
+        }
+        closedir(dir);
+    }
+    return out;
+}
+
+// The storages the engine runs on, each a real server on loopback.
+enum class Storage
+{
+    Folder,
+    Sftp,
+    S3,
+    Azure,
+};
+
+class EngineTest : public ::testing::TestWithParam<Storage>
+{
+protected:
+    static void TearDownTestSuite()
+    {
+        s3.reset();
+        azure.reset();
+        sftp.reset();
+    }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        source = QFile::encodeName(dir.filePath("source"));
+        makeTree(source);
+        location.prefix = QStringLiteral("host1");
+        location.cacheFolder = dir.filePath("cache");
+        QVariantMap config;
+        QString error;
+        switch (GetParam()) {
+        case Storage::Folder:
+            QDir().mkpath(dir.filePath("storage"));
+            config = {{Kel::Cloud::Config::Type, "FileSystem"},
+                      {Kel::Cloud::Config::Path, dir.filePath("storage")}};
+            break;
+        case Storage::Sftp:
+            if (!sftp) {
+                sftp = std::make_unique<OrvTest::SftpPeer>();
+                ASSERT_TRUE(sftp->start(&error)) << error.toStdString();
+            }
+            config = sftp->config(sftp->makeFolder(QStringLiteral("store%1").arg(++counter)));
+            break;
+        case Storage::S3:
+            if (!s3) {
+                s3 = std::make_unique<OrvTest::S3Peer>();
+                ASSERT_TRUE(s3->start(&error)) << error.toStdString();
+            }
+            config = s3->config();
+            location.prefix = QStringLiteral("host%1").arg(++counter);
+            break;
+        case Storage::Azure:
+            if (!azure) {
+                azure = std::make_unique<OrvTest::AzuritePeer>();
+                ASSERT_TRUE(azure->start(&error)) << error.toStdString();
+            }
+            config = azure->config();
+            location.prefix = QStringLiteral("host%1").arg(++counter);
+            break;
+        }
+        location.backend = [config](Kel::Cloud::Status* status) {
+            return Kel::Cloud::Backend::create(config, status);
+        };
+        repository = std::make_unique<Repository>(location);
+    }
+
+    RunDescription run(bool encrypted) const
+    {
+        RunDescription d;
+        d.planId = QStringLiteral("6f1c2d7e-0000-4000-8000-000000000001");
+        d.planName = QStringLiteral("Documents");
+        d.walk.sources = {source};
+        d.compression = encrypted;
+        if (encrypted) {
+            d.algorithm = QStringLiteral("aes-256");
+            d.password = "correct horse";
+            d.hint = "the horse";
+        }
+        return d;
+    }
+
+    RunResult backup(const RunDescription& d) const
+    {
+        Archiver archiver(*repository, d);
+        return archiver.run();
+    }
+
+    RestoreResult restore(const RunDescription& d, const QByteArray& to,
+                          const QString& point = QString()) const
+    {
+        RestoreDescription r;
+        r.bunch = d.planId;
+        r.point = point;
+        r.password = d.password;
+        r.target.destination = to;
+        Restorer restorer(*repository, r);
+        return restorer.run();
+    }
+
+    QByteArray restored(const QByteArray& to) const { return to + source; }
+
+    QTemporaryDir dir;
+    QByteArray source;
+    Orv::Repository::Location location;
+    std::unique_ptr<Repository> repository;
+    static std::unique_ptr<OrvTest::SftpPeer> sftp;
+    static std::unique_ptr<OrvTest::S3Peer> s3;
+    static std::unique_ptr<OrvTest::AzuritePeer> azure;
+    static int counter;
+};
+
+std::unique_ptr<OrvTest::SftpPeer> EngineTest::sftp;
+std::unique_ptr<OrvTest::S3Peer> EngineTest::s3;
+std::unique_ptr<OrvTest::AzuritePeer> EngineTest::azure;
+int EngineTest::counter = 0;
+
+TEST_P(EngineTest, AwkwardTreeComesBackAsItWasThroughIncrements)
+{
+    for (const bool encrypted : {false, true}) {
+        SCOPED_TRACE(encrypted ? "compressed and encrypted" : "plain");
+        RunDescription d = run(encrypted);
+        d.planId.replace(0, 1, encrypted ? "a" : "b");
+        const RunResult first = backup(d);
+        ASSERT_EQ(first.outcome, RunResult::Outcome::Success) << first.message.toStdString();
+        EXPECT_TRUE(first.full);
+
+        // Nothing changed: nothing read, nothing uploaded but listings (the
+        // folders above the source, such as /tmp, change all the time).
+        const RunResult second = backup(d);
+        ASSERT_EQ(second.outcome, RunResult::Outcome::Success) << second.message.toStdString();
+        EXPECT_FALSE(second.full);
+        EXPECT_EQ(second.filesRead, 0u);
+        EXPECT_LT(second.bytesUploaded, 4096u);
+
+        // One byte of a large file: about one chunk goes up.
+        QFile large(QString::fromLocal8Bit(source + "/large.bin"));
+        ASSERT_TRUE(large.open(QIODevice::ReadWrite));
+        const QByteArray before = large.readAll();
+        large.seek(4 * 1024 * 1024);
+        large.write(encrypted ? "Y" : "X");
+        large.close();
+        const RunResult third = backup(d);
+        ASSERT_EQ(third.outcome, RunResult::Outcome::Success) << third.message.toStdString();
+        EXPECT_GT(third.bytesUploaded, 0u);
+        EXPECT_LT(third.bytesUploaded, 9u * 1024 * 1024);
+
+        const QByteArray to = QFile::encodeName(dir.filePath(encrypted ? "out-e" : "out-p"));
+        const RestoreResult r = restore(d, to);
+        ASSERT_TRUE(r.ok) << r.message.toStdString() << r.failed.join('\n').toStdString();
+        EXPECT_EQ(describe(restored(to)), describe(source));
+        struct stat st;
+        ASSERT_EQ(stat((restored(to) + "/sparse").constData(), &st), 0);
+        EXPECT_LT(st.st_blocks * 512, st.st_size) << "holes are kept";
+
+        // The first restore point still holds the byte as it was.
+        QList<Orv::Repository::GenerationInfo> generations;
+        ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+        ASSERT_EQ(generations.size(), 1);
+        ASSERT_EQ(generations.first().points.size(), 3);
+        EXPECT_EQ(generations.first().encrypted, encrypted);
+        const QByteArray old = to + "-old";
+        ASSERT_TRUE(restore(d, old, generations.first().points.first().id).ok);
+        QFile oldLarge(QString::fromLocal8Bit(restored(old) + "/large.bin"));
+        ASSERT_TRUE(oldLarge.open(QIODevice::ReadOnly));
+        EXPECT_TRUE(oldLarge.readAll() == before);
+    }
+}
+
+std::string storageName(const ::testing::TestParamInfo<Storage>& info)
+{
+    const char* const names[] = {"Folder", "Sftp", "S3", "Azure"};
+    return names[int(info.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(Storages, EngineTest,
+                         ::testing::Values(Storage::Folder, Storage::Sftp, Storage::S3,
+                                           Storage::Azure),
+                         storageName);
+
+} // namespace
