@@ -10,6 +10,7 @@
 #include "support/SftpPeer.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QMap>
 #include <QTemporaryDir>
@@ -291,6 +292,148 @@ TEST_P(EngineTest, AwkwardTreeComesBackAsItWasThroughIncrements)
         EXPECT_TRUE(oldLarge.readAll() == before);
     }
 }
+
+// Faults need only one storage: the folder, where the test can reach the
+// stored objects.
+using EngineFaultTest = EngineTest;
+
+QString largestObject(const QString& folder)
+{
+    QString largest;
+    qint64 size = -1;
+    QDirIterator it(folder, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        if (it.fileInfo().size() > size) {
+            size = it.fileInfo().size();
+            largest = it.filePath();
+        }
+    }
+    return largest;
+}
+
+TEST_P(EngineFaultTest, WrongPasswordAndDamagedDataAreNamedAndTheRestComesBack)
+{
+    RunDescription d = run(true);
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+
+    RunDescription wrong = d;
+    wrong.password = "wrong horse";
+    const RestoreResult refused = restore(wrong, QFile::encodeName(dir.filePath("refused")));
+    EXPECT_FALSE(refused.ok);
+    EXPECT_TRUE(refused.message.startsWith("Wrong password")) << refused.message.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("refused")));
+
+    // One flipped byte in the largest pack (the large file's data).
+    QFile pack(largestObject(dir.filePath("storage")));
+    ASSERT_TRUE(pack.open(QIODevice::ReadWrite));
+    pack.seek(1000);
+    const char byte = pack.read(1).at(0);
+    pack.seek(1000);
+    pack.write(QByteArray(1, char(byte ^ 0x20)));
+    pack.close();
+
+    const QByteArray to = QFile::encodeName(dir.filePath("out"));
+    const RestoreResult damaged = restore(d, to);
+    EXPECT_FALSE(damaged.ok);
+    ASSERT_FALSE(damaged.failed.isEmpty());
+    EXPECT_TRUE(damaged.failed.first().contains("damaged")) << damaged.failed.first().toStdString();
+    const auto want = describe(source);
+    const auto got = describe(restored(to));
+    EXPECT_EQ(got.value("/new\nline"), want.value("/new\nline"));
+    EXPECT_EQ(got.value("/sparse"), want.value("/sparse"));
+    EXPECT_FALSE(got.contains("/large.bin")) << "no half file under the real name";
+
+    std::unique_ptr<Orv::Repository::Generation> generation;
+    QList<Orv::Repository::GenerationInfo> generations;
+    ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+    ASSERT_TRUE(Orv::Repository::Generation::open(*repository, d.planId, generations.first().id,
+                                                  d.password, &generation)
+                    .ok());
+    QStringList problems;
+    ASSERT_TRUE(generation->check(&problems).ok());
+    EXPECT_EQ(problems.size(), 1) << problems.join('\n').toStdString();
+}
+
+TEST_P(EngineFaultTest, RetentionRemovesWholeGenerationsByAge)
+{
+    RunDescription d = run(false);
+    QDateTime clock = QDateTime::currentDateTimeUtc();
+    d.now = [&clock] { return clock; };
+    d.keepDays = 7;
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    d.forceFull = true;
+    clock = clock.addDays(3);
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    QList<Orv::Repository::GenerationInfo> generations;
+    ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+    EXPECT_EQ(generations.size(), 2) << "both are younger than a week";
+
+    clock = clock.addDays(10);
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+    ASSERT_EQ(generations.size(), 1) << "the newest generation always stays";
+    QDirIterator left(dir.filePath("storage/host1/nbf/" + d.planId), QDir::Files,
+                      QDirIterator::Subdirectories);
+    while (left.hasNext()) {
+        const QString object = left.next();
+        EXPECT_TRUE(object.contains(generations.first().id)) << object.toStdString();
+    }
+}
+
+// Backups killed at random moments: every restore point that became visible
+// restores whole, and a run after the last kill completes and checks clean.
+TEST_P(EngineFaultTest, KilledRunsLeaveEveryVisiblePointRestorable)
+{
+    const RunDescription d = run(true);
+    std::mt19937 random(20261123);
+    int killed = 0;
+    for (int round = 0; round < 20; ++round) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            RunDescription mine = d;
+            for (int i = 0;; ++i) {
+                mine.forceFull = i % 3 == 0;
+                backup(mine);
+            }
+        }
+        usleep(useconds_t(std::uniform_int_distribution<int>(20, 400)(random) * 1000));
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        killed += WIFSIGNALED(status);
+
+        QList<Orv::Repository::GenerationInfo> generations;
+        ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+        if (generations.isEmpty()) {
+            continue;
+        }
+        const QByteArray to = QFile::encodeName(dir.filePath(QStringLiteral("out%1").arg(round)));
+        const RestoreResult r = restore(d, to);
+        ASSERT_TRUE(r.ok) << "round " << round << ": " << r.message.toStdString()
+                          << r.failed.join('\n').toStdString();
+        EXPECT_EQ(describe(restored(to)).keys(), describe(source).keys());
+        QDir(QString::fromLocal8Bit(to)).removeRecursively();
+    }
+    EXPECT_EQ(killed, 20);
+
+    const RunResult last = backup(d);
+    ASSERT_EQ(last.outcome, RunResult::Outcome::Success) << last.message.toStdString();
+    std::unique_ptr<Orv::Repository::Generation> generation;
+    ASSERT_TRUE(Orv::Repository::Generation::open(*repository, d.planId, last.generation,
+                                                  d.password, &generation)
+                    .ok());
+    QStringList problems;
+    ASSERT_TRUE(generation->check(&problems).ok());
+    EXPECT_TRUE(problems.isEmpty()) << problems.join('\n').toStdString();
+    const QByteArray to = QFile::encodeName(dir.filePath("final"));
+    ASSERT_TRUE(restore(d, to).ok);
+    EXPECT_EQ(describe(restored(to)), describe(source));
+}
+
+INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
+                         [](const auto&) { return std::string("Folder"); });
 
 std::string storageName(const ::testing::TestParamInfo<Storage>& info)
 {
