@@ -23,7 +23,7 @@ struct RunDescription
     bool forceFull = false;
 
     int threads = 2;
-    qint64 memoryLimit = 64 * 1024 * 1024; // bytes the pipeline may hold in flight
+    qint64 memoryLimit = 32 * 1024 * 1024; // bytes the pipeline may hold in flight
     qint64 bandwidth = 0;                  // bytes per second to the storage; 0: no limit
     qint64 packSize = 4 * 1024 * 1024;
 
