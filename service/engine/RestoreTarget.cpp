@@ -150,6 +150,9 @@ bool writeAll(int fd, const char* data, std::size_t size, quint64 offset)
 
 } // namespace
 
+// Nothing here changes after construction, and the file system is the only
+// shared state: the target needs no lock for its const methods and
+// makeDirectory to run on several threads, nor for writers on several threads.
 struct RestoreTarget::Private
 {
     QByteArray destination; // without a trailing slash; empty for the original place

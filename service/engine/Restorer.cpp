@@ -4,6 +4,8 @@
 
 #include <QHash>
 #include <QMap>
+#include <cerrno>
+#include <cstring>
 #include <algorithm>
 #include <mutex>
 #include <thread>
@@ -307,7 +309,7 @@ RestoreResult Restorer::run()
                         file.failed = true;
                         file.writer.reset();
                         plan.fail(file.path, error);
-                        if (error.contains(QLatin1String("No space left"))) {
+                        if (error.contains(QString::fromLocal8Bit(strerror(ENOSPC)))) {
                             diskFull = true;
                         }
                     }

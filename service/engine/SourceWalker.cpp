@@ -36,10 +36,10 @@
 // - Masks judge a link by what it stands for: a kept link is a non-folder
 //   entry (file masks); a followed link or a queued target is judged as the
 //   folder or file it leads to, by the link's name.
-// - A source inside another source is not walked twice: when the walk of the
-//   outer one reports it, it is done; when that walk filtered it out (a
-//   hidden folder, a mask), it is walked as its own root, unfiltered as
-//   every source is.
+// - A source inside another source is taken where the walk of the outer one
+//   meets it, spared the hidden and mask filters as every source is, and not
+//   walked again. Only when that walk never reaches it (a filtered folder
+//   above it) is it walked as a root of its own.
 
 namespace Orv::Engine {
 
@@ -342,6 +342,15 @@ struct SourceWalker::Private
         return false;
     }
 
+    bool isNestedSource(const QByteArray& path) const
+    {
+        for (const Root* root : nested) {
+            if (root->path == path)
+                return true;
+        }
+        return false;
+    }
+
     // Called with what is reported: a source among it needs no walk of its own.
     void noteReported(const QByteArray& path)
     {
@@ -434,7 +443,7 @@ struct SourceWalker::Private
     void walkFolder(size_t depth, int fd, bool checkFs);
     void examine(size_t depth, const Name& name);
     void takeFolder(size_t depth, const char* name, const struct stat& st, bool follow);
-    void takeLink(size_t depth, const char* name, struct stat& st);
+    void takeLink(size_t depth, const char* name, struct stat& st, bool spared);
 };
 
 void SourceWalker::Private::walk(WalkVisitor* v)
@@ -676,7 +685,9 @@ void SourceWalker::Private::examine(size_t depth, const Name& n)
     item.path.resize(lv.prefixSize);
     item.path.append(name, int(n.size));
 
-    if (options.skipHidden && name[0] == '.')
+    // A source met here is filtered by nothing but the excluded paths.
+    const bool spared = !nested.empty() && isNestedSource(item.path);
+    if (options.skipHidden && name[0] == '.' && !spared)
         return;
     if (!excluded.empty() && isExcluded(item.path))
         return;
@@ -692,17 +703,17 @@ void SourceWalker::Private::examine(size_t depth, const Name& n)
 
     const mode_t type = item.st.st_mode & S_IFMT;
     if (type == S_IFDIR) {
-        if (folderNameWanted(name))
+        if (spared || folderNameWanted(name))
             takeFolder(depth, name, item.st, false);
         return;
     }
     if (type == S_IFSOCK)
         return;
     if (type == S_IFLNK) {
-        takeLink(depth, name, item.st);
+        takeLink(depth, name, item.st, spared);
         return;
     }
-    if (!fileNameWanted(name))
+    if (!spared && !fileNameWanted(name))
         return;
     if (isInUse(item.st)) {
         visitor->problem(item.path, QStringLiteral("in use by another process"));
@@ -742,7 +753,7 @@ void SourceWalker::Private::takeFolder(size_t depth, const char* name, const str
     walkFolder(depth + 1, fd, follow || st.st_dev != lv.directory.st.st_dev);
 }
 
-void SourceWalker::Private::takeLink(size_t depth, const char* name, struct stat& st)
+void SourceWalker::Private::takeLink(size_t depth, const char* name, struct stat& st, bool spared)
 {
     Level& lv = level(depth);
     WalkEntry& item = lv.item;
@@ -755,11 +766,11 @@ void SourceWalker::Private::takeLink(size_t depth, const char* name, struct stat
         if (!statTarget(dirFd, name, item.path, target))
             return;
         if (S_ISDIR(target.st_mode)) {
-            if (folderNameWanted(name))
+            if (spared || folderNameWanted(name))
                 takeFolder(depth, name, target, true);
             return;
         }
-        if (S_ISSOCK(target.st_mode) || !fileNameWanted(name))
+        if (S_ISSOCK(target.st_mode) || !(spared || fileNameWanted(name)))
             return;
         if (isInUse(target)) {
             visitor->problem(item.path, QStringLiteral("in use by another process"));
@@ -776,7 +787,7 @@ void SourceWalker::Private::takeLink(size_t depth, const char* name, struct stat
         break;
     }
 
-    if (mode != SymlinkBackupMode::OriginalPlaces && fileNameWanted(name)) {
+    if (mode != SymlinkBackupMode::OriginalPlaces && (spared || fileNameWanted(name))) {
         if (!readLink(dirFd, name, item.linkTarget)) {
             visitor->problem(item.path, QStringLiteral("cannot be read: ") + errorText(errno));
             return;
@@ -788,7 +799,7 @@ void SourceWalker::Private::takeLink(size_t depth, const char* name, struct stat
     struct stat target;
     if (!statTarget(dirFd, name, item.path, target))
         return;
-    if (S_ISDIR(target.st_mode) ? folderNameWanted(name) : fileNameWanted(name))
+    if (spared || (S_ISDIR(target.st_mode) ? folderNameWanted(name) : fileNameWanted(name)))
         queueTarget(item.path);
 }
 

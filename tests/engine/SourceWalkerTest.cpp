@@ -162,12 +162,12 @@ TEST_F(SourceWalkerTest, FiltersShapeTheTranscript)
          "begin /src; enter /src; enter /src/.h; file /src/.h/x; leave /src/.h; enter /src/a; "
          "file /src/a/.f; leave /src/a; file /src/ab; enter /src/cache; leave /src/cache; "
          "fifo /src/fifo; file /src/\\xff; leave /src; end /src"},
-        // A hidden source is still taken, as a root of its own.
+        // A hidden source is still taken, in place.
         {{"/src/.h", {}, {}, MaskType::All, {}, true},
-         "begin /src; enter /src; enter /src/a; file /src/a/f.txt; leave /src/a; "
-         "file /src/a\\nb; file /src/a b; file /src/ab; enter /src/cache; file /src/cache/c.txt; "
-         "leave /src/cache; fifo /src/fifo; file /src/\\xff; leave /src; end /src; "
-         "begin /src/.h; enter /src/.h; file /src/.h/x; leave /src/.h; end /src/.h"},
+         "begin /src; enter /src; enter /src/.h; file /src/.h/x; leave /src/.h; enter /src/a; "
+         "file /src/a/f.txt; leave /src/a; file /src/a\\nb; file /src/a b; file /src/ab; "
+         "enter /src/cache; file /src/cache/c.txt; leave /src/cache; fifo /src/fifo; "
+         "file /src/\\xff; leave /src; end /src"},
     };
     for (const auto& [f, expected] : rows) {
         WalkOptions options;
