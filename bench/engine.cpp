@@ -52,6 +52,10 @@ int main(int argc, char** argv)
         d.algorithm = QStringLiteral("aes-256");
         d.password = password;
         d.threads = threads;
+        d.uploadThreads = qEnvironmentVariableIntValue("ORV_BENCH_UPLOADS");
+        if (qEnvironmentVariableIsSet("ORV_BENCH_PACK_MIB")) {
+            d.packSize = qEnvironmentVariableIntValue("ORV_BENCH_PACK_MIB") * 1024 * 1024;
+        }
         const RunResult r = Archiver(repository, d).run();
         std::printf("%s files=%llu read=%llu uploaded=%llu\n", qPrintable(r.message),
                     static_cast<unsigned long long>(r.files),

@@ -65,20 +65,26 @@ QByteArray BlobCodec::id(const char* data, std::size_t size)
     return m_hasher->id(data, size);
 }
 
-QByteArray BlobCodec::encode(const char* data, std::size_t size, const QByteArray& id,
-                             bool* compressed)
+qsizetype BlobCodec::encodeInto(const char* data, std::size_t size, const QByteArray& id,
+                                QByteArray* out, bool* compressed)
 {
-    QByteArray packed;
-    *compressed = m_compressor && m_compressor->compress(data, size, &packed);
-    if (!m_cipher) {
-        return *compressed ? packed : QByteArray(data, int(size));
+    std::size_t plainSize = size;
+    const char* plain = data;
+    if (m_compressor) {
+        std::size_t n = 0;
+        if (const char* packed = m_compressor->compressView(data, size, &n)) {
+            plain = packed;
+            plainSize = n;
+        }
     }
-    QByteArray out;
-    const char* plain = *compressed ? packed.constData() : data;
-    const std::size_t plainSize = *compressed ? std::size_t(packed.size()) : size;
-    out.reserve(int(plainSize) + Kel::Streams::Cipher::kOverhead);
-    m_cipher->seal(plain, plainSize, &out, id);
-    return out;
+    *compressed = plain != data;
+    const qsizetype start = out->size();
+    if (m_cipher) {
+        m_cipher->seal(plain, plainSize, out, id);
+    } else {
+        out->append(plain, int(plainSize));
+    }
+    return out->size() - start;
 }
 
 bool BlobCodec::decode(const char* stored, std::size_t size, const BlobEntry& entry,

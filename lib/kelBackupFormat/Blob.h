@@ -58,8 +58,11 @@ public:
     QByteArray id(const char* data, std::size_t size);
     QByteArray id(const QByteArray& data) { return id(data.constData(), std::size_t(data.size())); }
 
-    // The stored bytes of data whose id is given; *compressed tells how.
-    QByteArray encode(const char* data, std::size_t size, const QByteArray& id, bool* compressed);
+    // Appends the stored bytes of data whose id is given to *out (a pack
+    // being built, so that nothing is copied on the way); *compressed tells
+    // how. Returns the number of bytes appended.
+    qsizetype encodeInto(const char* data, std::size_t size, const QByteArray& id, QByteArray* out,
+                         bool* compressed);
     // The original data of a stored blob, checked against its id; false when
     // the bytes were changed, belong to another key, or do not match.
     bool decode(const char* stored, std::size_t size, const BlobEntry& entry, QByteArray* data);

@@ -1,6 +1,7 @@
 #include "kelBackupFormat/Pack.h"
 
 #include "kelBackupFormat/Bytes.h"
+#include "kelStreams/Cipher.h"
 #include "kelStreams/Hash.h"
 
 namespace Kel::Archive {
@@ -49,23 +50,37 @@ bool readEntries(ByteReader& r, QVector<BlobEntry>* entries)
 
 } // namespace
 
-PackBuilder::PackBuilder()
+PackBuilder::PackBuilder(QIODevice* sink) : m_sink(sink)
 {
     m_record.name = Kel::Streams::randomBytes(16).toHex();
 }
 
-void PackBuilder::add(const QByteArray& id, BlobType type, const QByteArray& stored,
-                      quint32 rawLength, bool compressed)
+void PackBuilder::drain()
 {
+    if (!m_sink || m_data.isEmpty()) {
+        return;
+    }
+    m_ok = m_ok && m_sink->write(m_data) == m_data.size();
+    m_written += m_data.size();
+    // Keeps the buffer's room for the next blob.
+    m_data.truncate(0);
+}
+
+const BlobEntry& PackBuilder::add(BlobCodec& codec, const QByteArray& id, BlobType type,
+                                  const char* data, std::size_t length)
+{
+    if (m_sink && m_data.capacity() < int(length) + Kel::Streams::Cipher::kOverhead) {
+        m_data.reserve(int(length) + Kel::Streams::Cipher::kOverhead + 1024);
+    }
     BlobEntry e;
     e.id = id;
     e.type = type;
-    e.offset = quint64(m_data.size());
-    e.storedLength = quint32(stored.size());
-    e.rawLength = rawLength;
-    e.compressed = compressed;
-    m_data.append(stored);
+    e.offset = quint64(size());
+    e.rawLength = quint32(length);
+    e.storedLength = quint32(codec.encodeInto(data, length, id, &m_data, &e.compressed));
     m_record.entries.append(std::move(e));
+    drain();
+    return m_record.entries.last();
 }
 
 QByteArray PackBuilder::finish(BlobCodec& codec)
@@ -74,10 +89,14 @@ QByteArray PackBuilder::finish(BlobCodec& codec)
     ByteWriter w(&header);
     writeEntries(w, m_record.entries);
     const QByteArray sealed = codec.seal(header, m_record.name);
+    m_data.append(sealed);
+    ByteWriter(&m_data).fixed32(quint32(sealed.size()));
+    if (m_sink) {
+        drain();
+        return QByteArray();
+    }
     QByteArray out = std::move(m_data);
     m_data = QByteArray();
-    out.append(sealed);
-    ByteWriter(&out).fixed32(quint32(sealed.size()));
     return out;
 }
 

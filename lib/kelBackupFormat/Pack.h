@@ -3,6 +3,7 @@
 #include "kelBackupFormat/Blob.h"
 
 #include <QByteArray>
+#include <QIODevice>
 #include <QVector>
 
 namespace Kel::Archive {
@@ -21,21 +22,32 @@ struct PackRecord
 class PackBuilder
 {
 public:
-    PackBuilder();
+    // With a sink, every blob goes to it as soon as it is encoded (a
+    // temporary file, so that a pack being built costs no memory); without
+    // one the pack is built in memory.
+    explicit PackBuilder(QIODevice* sink = nullptr);
 
     const QByteArray& name() const { return m_record.name; }
-    qint64 size() const { return m_data.size(); }
+    qint64 size() const { return m_written + m_data.size(); }
     bool isEmpty() const { return m_record.entries.isEmpty(); }
     const PackRecord& record() const { return m_record; }
+    // False once a write to the sink failed.
+    bool ok() const { return m_ok; }
 
-    void add(const QByteArray& id, BlobType type, const QByteArray& stored, quint32 rawLength,
-             bool compressed);
-    // The whole object; the builder is empty afterwards but for the record.
+    // Encodes the data straight into the pack.
+    const BlobEntry& add(BlobCodec& codec, const QByteArray& id, BlobType type, const char* data,
+                         std::size_t length);
+    // Appends the header. Without a sink, returns the whole object.
     QByteArray finish(BlobCodec& codec);
 
 private:
+    void drain();
+
     PackRecord m_record;
+    QIODevice* m_sink;
     QByteArray m_data;
+    qint64 m_written = 0;
+    bool m_ok = true;
 };
 
 // The header at the end of a whole pack object; false when it is damaged or

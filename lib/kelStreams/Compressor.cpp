@@ -64,9 +64,18 @@ Compressor::~Compressor() = default;
 bool Compressor::compress(const char* data, std::size_t size, QByteArray* out)
 {
     // The input may live in *out itself, so *out changes only once it is read.
+    std::size_t n = 0;
+    const char* compressed = compressView(data, size, &n);
+    *out = compressed ? QByteArray(compressed, int(n)) : QByteArray();
+    return compressed != nullptr;
+}
+
+const char* Compressor::compressView(const char* data, std::size_t size,
+                                     std::size_t* compressedSize)
+{
+    *compressedSize = 0;
     if (size == 0 || size > kMaxBytes) {
-        out->clear();
-        return false;
+        return nullptr;
     }
 
     if (size > kSampleThreshold) {
@@ -76,16 +85,14 @@ bool Compressor::compress(const char* data, std::size_t size, QByteArray* out)
         std::memcpy(sample + kSliceSize, data + middle, kSliceSize);
         std::memcpy(sample + 2 * kSliceSize, data + size - kSliceSize, kSliceSize);
         if (!d->squeeze(sample, kSampleSize, worthwhile(kSampleSize))) {
-            out->clear();
-            return false;
+            return nullptr;
         }
     }
 
     // Compressing into a buffer of the worthwhile size makes zstd itself stop
     // as soon as the result would be too large.
-    const std::size_t n = d->squeeze(data, size, worthwhile(size));
-    *out = QByteArray(d->buffer.data(), int(n));
-    return n != 0;
+    *compressedSize = d->squeeze(data, size, worthwhile(size));
+    return *compressedSize ? d->buffer.data() : nullptr;
 }
 
 bool decompress(const char* data, std::size_t size, std::size_t rawSize, QByteArray* out)

@@ -19,6 +19,9 @@ public:
     // is stored as it is. Data that does not compress is recognised cheaply
     // (a sample is tried first) so that random data costs little.
     bool compress(const char* data, std::size_t size, QByteArray* out);
+    // The same without a copy: the compressed bytes stay in the compressor's
+    // own buffer, valid until the next call; null when not worth it.
+    const char* compressView(const char* data, std::size_t size, std::size_t* compressedSize);
 
 private:
     struct State;

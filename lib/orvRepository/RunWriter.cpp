@@ -2,8 +2,13 @@
 
 #include "kelBackupFormat/Tree.h"
 
+#include <QDir>
 #include <QSet>
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace Orv::Repository {
 
@@ -189,14 +194,23 @@ Status RunWriter::Worker::store(BlobType type, const char* data, std::size_t siz
     if (!isNew) {
         return Status::success();
     }
-    bool compressed = false;
-    const QByteArray stored = m_codec.encode(data, size, *id, &compressed);
     if (!m_pack) {
-        m_pack = std::make_unique<PackBuilder>();
+        Status status;
+        m_file = m_writer.temporaryFile(&status);
+        if (!m_file) {
+            m_writer.fail(status);
+            return status;
+        }
+        m_pack = std::make_unique<PackBuilder>(m_file.get());
     }
-    m_pack->add(*id, type, stored, quint32(size), compressed);
-    m_writer.generation().cache().putBlob(m_writer.generation().number(), m_pack->name(),
-                                          m_pack->record().entries.last());
+    const BlobEntry& entry = m_pack->add(m_codec, *id, type, data, size);
+    if (!m_pack->ok()) {
+        const Status status = Orv::Repository::failure(
+            QStringLiteral("Cannot write a temporary pack: %1").arg(m_file->errorString()));
+        m_writer.fail(status);
+        return status;
+    }
+    m_writer.generation().cache().putBlob(m_writer.generation().number(), m_pack->name(), entry);
     m_writer.release(*id);
     ++m_writer.m_storedBlobs;
     if (m_pack->size() >= m_writer.m_settings.packSize) {
@@ -211,7 +225,7 @@ Status RunWriter::Worker::flush()
         return m_writer.failed();
     }
     std::unique_ptr<PackBuilder> pack = std::move(m_pack);
-    return m_writer.enqueue(*pack, m_codec);
+    return m_writer.enqueue(*pack, m_codec, std::move(m_file));
 }
 
 bool RunWriter::claim(const QByteArray& id)
@@ -231,9 +245,31 @@ void RunWriter::release(const QByteArray& id)
     m_pending.remove(id);
 }
 
-Status RunWriter::enqueue(PackBuilder& pack, BlobCodec& codec)
+std::unique_ptr<QFile> RunWriter::temporaryFile(Status* status) const
 {
-    QByteArray bytes = pack.finish(codec);
+    const QString folder =
+        m_settings.temporaryPath.isEmpty() ? QDir::tempPath() : m_settings.temporaryPath;
+    const int fd =
+        ::open(QFile::encodeName(folder).constData(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        *status = failure(QStringLiteral("Cannot make a temporary pack in %1: %2")
+                              .arg(folder, QString::fromLocal8Bit(strerror(errno))));
+        return nullptr;
+    }
+    auto file = std::make_unique<QFile>();
+    file->open(fd, QIODevice::ReadWrite, QFileDevice::AutoCloseHandle);
+    return file;
+}
+
+Status RunWriter::enqueue(PackBuilder& pack, BlobCodec& codec, std::unique_ptr<QFile> file)
+{
+    pack.finish(codec);
+    if (!pack.ok() || !file->flush()) {
+        const Status status =
+            failure(QStringLiteral("Cannot write the temporary pack: %1").arg(file->errorString()));
+        fail(status);
+        return status;
+    }
     std::unique_lock lock(m_mutex);
     m_queueChanged.wait(lock, [this] {
         return !m_failure.ok() || m_stopping ||
@@ -242,7 +278,7 @@ Status RunWriter::enqueue(PackBuilder& pack, BlobCodec& codec)
     if (!m_failure.ok()) {
         return m_failure;
     }
-    m_queue.emplace_back(pack.name(), std::move(bytes));
+    m_queue.push_back({pack.name(), std::move(file), pack.size()});
     m_packs.append(pack.record());
     m_queueChanged.notify_all();
     return Status::success();
@@ -263,20 +299,23 @@ void RunWriter::uploadLoop()
         if (m_queue.empty()) {
             return;
         }
-        auto [name, bytes] = std::move(m_queue.front());
+        Finished pack = std::move(m_queue.front());
         m_queue.pop_front();
         ++m_uploading;
+        const bool go = m_failure.ok();
         m_queueChanged.notify_all();
         lock.unlock();
         if (m_settings.limiter) {
-            m_settings.limiter->acquire(bytes.size());
+            m_settings.limiter->acquire(pack.size);
         }
-        status =
-            m_failure.ok()
-                ? backend->write(layout.pack(m_settings.bunch, m_generation->id(), name), bytes)
-                : Status::success();
-        m_uploadedBytes += quint64(bytes.size());
-        bytes = QByteArray();
+        status = Status::success();
+        if (go) {
+            pack.file->seek(0);
+            status = backend->write(layout.pack(m_settings.bunch, m_generation->id(), pack.name),
+                                    pack.file.get(), pack.size);
+        }
+        m_uploadedBytes += quint64(pack.size);
+        pack.file.reset();
         lock.lock();
         --m_uploading;
         if (!status.ok() && m_failure.ok()) {

@@ -4,6 +4,7 @@
 #include "kelStreams/BandwidthLimiter.h"
 #include "orvRepository/Generation.h"
 
+#include <QFile>
 #include <atomic>
 #include <condition_variable>
 #include <deque>
@@ -24,6 +25,9 @@ struct RunSettings
     qint64 packSize = 8 * 1024 * 1024;
     int uploadThreads = 2;
     int queuedPacks = 2; // finished packs waiting for upload, at most
+    // Where packs are assembled before upload: unnamed temporary files, so
+    // that packs cost no memory and nothing is left behind by a crash.
+    QString temporaryPath;
     Kel::Streams::BandwidthLimiter* limiter = nullptr;
 };
 
@@ -66,6 +70,7 @@ public:
         explicit Worker(RunWriter& writer);
         RunWriter& m_writer;
         Kel::Archive::BlobCodec m_codec;
+        std::unique_ptr<QFile> m_file;
         std::unique_ptr<Kel::Archive::PackBuilder> m_pack;
     };
     std::unique_ptr<Worker> worker();
@@ -92,7 +97,9 @@ private:
     Status startGeneration(Kel::Cloud::Backend& backend);
     bool claim(const QByteArray& id);
     void release(const QByteArray& id);
-    Status enqueue(Kel::Archive::PackBuilder& pack, Kel::Archive::BlobCodec& codec);
+    Status enqueue(Kel::Archive::PackBuilder& pack, Kel::Archive::BlobCodec& codec,
+                   std::unique_ptr<QFile> file);
+    std::unique_ptr<QFile> temporaryFile(Status* status) const;
     void uploadLoop();
     Status failed() const;
     void fail(const Status& status);
@@ -111,7 +118,13 @@ private:
 
     mutable std::mutex m_mutex;
     std::condition_variable m_queueChanged;
-    std::deque<std::pair<QByteArray, QByteArray>> m_queue; // pack name, bytes
+    struct Finished
+    {
+        QByteArray name;
+        std::unique_ptr<QFile> file;
+        qint64 size;
+    };
+    std::deque<Finished> m_queue;
     int m_uploading = 0;
     bool m_stopping = false;
     Status m_failure;

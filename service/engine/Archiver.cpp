@@ -129,12 +129,36 @@ public:
     {
         std::unique_lock lock(m_mutex);
         m_changed.wait(lock, [&] {
-            return !m_failure.ok() || m_inFlight == 0 || m_inFlight + data.size() <= m_limit;
+            return !m_failure.ok() || m_inFlight == 0 || m_inFlight + cost(data) <= m_limit;
         });
-        m_inFlight += data.size();
+        m_inFlight += cost(data);
         ++m_pending;
         m_jobs.push_back({std::move(data), std::move(slot), index});
         m_changed.notify_all();
+    }
+
+    // A buffer for a chunk of the given size, from those the workers gave
+    // back: chunks in flight reuse a few buffers instead of allocating (and
+    // faulting in) fresh memory for each.
+    QByteArray buffer(int size)
+    {
+        if (size < kPooled) {
+            return QByteArray(size, Qt::Uninitialized);
+        }
+        QByteArray data;
+        {
+            std::lock_guard lock(m_mutex);
+            if (!m_spare.empty()) {
+                data = std::move(m_spare.back());
+                m_spare.pop_back();
+            }
+        }
+        if (data.capacity() < size) {
+            data = QByteArray();
+            data.reserve(std::max(size, int(Kel::Streams::Chunker::kMinSize) * 3));
+        }
+        data.resize(size);
+        return data;
     }
 
     // Waits until every submitted chunk is stored.
@@ -167,6 +191,12 @@ public:
     }
 
 private:
+    // Buffers this large go back to the pool; smaller ones are cheap to make.
+    static constexpr int kPooled = 64 * 1024;
+
+    // What a chunk holds of memory: its buffer's room, not just its bytes.
+    static qint64 cost(const QByteArray& data) { return std::max(data.capacity(), data.size()); }
+
     struct Job
     {
         QByteArray data;
@@ -192,9 +222,13 @@ private:
                 status = worker.store(BlobType::Data, job.data, &id);
                 job.slot->set(job.index, std::move(id));
             }
-            const qint64 size = job.data.size();
+            const qint64 size = cost(job.data);
+            QByteArray spare = std::move(job.data);
             job = Job();
             lock.lock();
+            if (spare.capacity() >= kPooled && m_spare.size() < 6 && spare.isDetached()) {
+                m_spare.push_back(std::move(spare));
+            }
             if (!status.ok() && m_failure.ok()) {
                 m_failure = status;
             }
@@ -214,6 +248,7 @@ private:
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<Job> m_jobs;
+    std::vector<QByteArray> m_spare;
     qint64 m_inFlight = 0;
     int m_pending = 0;
     bool m_closing = false;
@@ -515,7 +550,7 @@ private:
     {
         // Small files: one read into a buffer of their size, handed on whole.
         if (expected < Kel::Streams::Chunker::kMinSize) {
-            QByteArray data(int(expected) + 1, Qt::Uninitialized);
+            QByteArray data = m_pipeline.buffer(int(expected) + 1);
             qint64 filled = 0;
             for (;;) {
                 if (filled == data.size()) {
@@ -568,13 +603,13 @@ private:
     }
 
     // Large files: read ahead into one buffer, cut, and copy each chunk out.
+    // The buffer starts at twice the look-ahead and grows only for a chunk
+    // that needs more, so its pages stay few and warm.
     quint64 streamChunks(int fd, const std::shared_ptr<FileSlot>& slot, QString* error)
     {
-        const std::size_t capacity = Kel::Streams::Chunker::kMaxSize + kLookahead;
-        if (m_buffer.size() < capacity) {
-            m_buffer.resize(capacity);
+        if (m_buffer.size() < 2 * kLookahead) {
+            m_buffer.resize(2 * kLookahead);
         }
-        char* buffer = m_buffer.data();
         std::size_t start = 0;
         std::size_t end = 0;
         bool eof = false;
@@ -583,12 +618,16 @@ private:
         int index = 0;
         for (;;) {
             while (!eof && end - start < want) {
-                if (end == capacity) {
-                    std::memmove(buffer, buffer + start, end - start);
+                const std::size_t room = std::min(kLookahead, want - (end - start));
+                if (end + room > m_buffer.size()) {
+                    std::memmove(m_buffer.data(), m_buffer.data() + start, end - start);
                     end -= start;
                     start = 0;
+                    if (end + room > m_buffer.size()) {
+                        m_buffer.resize(end + room);
+                    }
                 }
-                const ssize_t n = ::read(fd, buffer + end, capacity - end);
+                const ssize_t n = ::read(fd, m_buffer.data() + end, room);
                 if (n < 0 && errno == EINTR) {
                     continue;
                 }
@@ -604,8 +643,8 @@ private:
             if (available == 0) {
                 break;
             }
-            const std::size_t length =
-                m_chunker.cut(reinterpret_cast<const uchar*>(buffer + start), available);
+            const char* at = m_buffer.data() + start;
+            const std::size_t length = m_chunker.cut(reinterpret_cast<const uchar*>(at), available);
             if (length == available && !eof && available < Kel::Streams::Chunker::kMaxSize) {
                 // No cut point yet: read further before deciding.
                 want = std::min(available + kLookahead, Kel::Streams::Chunker::kMaxSize);
@@ -613,7 +652,9 @@ private:
             }
             want = kLookahead;
             slot->grow(index + 1);
-            m_pipeline.submit(QByteArray(buffer + start, int(length)), slot, index++);
+            QByteArray chunk = m_pipeline.buffer(int(length));
+            std::memcpy(chunk.data(), at, length);
+            m_pipeline.submit(std::move(chunk), slot, index++);
             start += length;
             total += length;
             if (stopRequested()) {
@@ -708,8 +749,10 @@ RunResult Archiver::run()
     settings.hint = m_description.hint;
     settings.forceFull = m_description.forceFull;
     settings.packSize = m_description.packSize;
-    settings.queuedPacks = 2;
-    settings.uploadThreads = std::max(1, std::min(m_description.threads, 4));
+    settings.queuedPacks = 1;
+    settings.uploadThreads = m_description.uploadThreads > 0
+                                 ? m_description.uploadThreads
+                                 : std::max(1, std::min(m_description.threads, 4));
     settings.limiter = &limiter;
 
     std::unique_ptr<RunWriter> writer;
@@ -728,8 +771,9 @@ RunResult Archiver::run()
     quint64 files = 0;
     quint64 bytes = 0;
     {
-        // Half the memory limit for chunks in flight; packs take the rest.
-        Pipeline pipeline(*writer, m_description.threads, m_description.memoryLimit / 2);
+        // A quarter of the memory limit for chunks in flight; packs being
+        // filled, waiting and uploading take the rest.
+        Pipeline pipeline(*writer, m_description.threads, m_description.memoryLimit / 4);
         TreeBuilder builder(*this, *writer, pipeline);
         SourceWalker(m_description.walk).walk(&builder);
         status = builder.failure;
