@@ -52,7 +52,9 @@ int main(int argc, char** argv)
         d.algorithm = QStringLiteral("aes-256");
         d.password = password;
         d.threads = threads;
-        d.uploadThreads = qEnvironmentVariableIntValue("ORV_BENCH_UPLOADS");
+        if (qEnvironmentVariableIsSet("ORV_BENCH_UPLOADS")) {
+            d.uploadThreads = qEnvironmentVariableIntValue("ORV_BENCH_UPLOADS");
+        }
         if (qEnvironmentVariableIsSet("ORV_BENCH_PACK_MIB")) {
             d.packSize = qEnvironmentVariableIntValue("ORV_BENCH_PACK_MIB") * 1024 * 1024;
         }

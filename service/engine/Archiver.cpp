@@ -27,6 +27,8 @@ using Orv::Repository::Status;
 namespace {
 
 constexpr int kMaxProblems = 100;
+// Bytes of chunks in flight per worker thread.
+constexpr qint64 kChunksPerThread = 4 * 1024 * 1024;
 // Bytes a file is read ahead of the chunker: enough to find most cut points
 // at once; the buffer grows to the longest chunk only when it must.
 constexpr std::size_t kLookahead = 2 * 1024 * 1024;
@@ -226,7 +228,7 @@ private:
             QByteArray spare = std::move(job.data);
             job = Job();
             lock.lock();
-            if (spare.capacity() >= kPooled && m_spare.size() < 6 && spare.isDetached()) {
+            if (spare.capacity() >= kPooled && m_spare.size() < 3 && spare.isDetached()) {
                 m_spare.push_back(std::move(spare));
             }
             if (!status.ok() && m_failure.ok()) {
@@ -749,10 +751,8 @@ RunResult Archiver::run()
     settings.hint = m_description.hint;
     settings.forceFull = m_description.forceFull;
     settings.packSize = m_description.packSize;
-    settings.queuedPacks = 1;
-    settings.uploadThreads = m_description.uploadThreads > 0
-                                 ? m_description.uploadThreads
-                                 : std::max(1, std::min(m_description.threads, 4));
+    settings.uploadThreads = std::max(1, m_description.uploadThreads);
+    settings.queuedPacks = settings.uploadThreads;
     settings.limiter = &limiter;
 
     std::unique_ptr<RunWriter> writer;
@@ -771,9 +771,11 @@ RunResult Archiver::run()
     quint64 files = 0;
     quint64 bytes = 0;
     {
-        // A quarter of the memory limit for chunks in flight; packs being
-        // filled, waiting and uploading take the rest.
-        Pipeline pipeline(*writer, m_description.threads, m_description.memoryLimit / 4);
+        // Chunks in flight: a few per thread keep every thread busy; more
+        // only costs memory. The memory setting caps it from above.
+        const qint64 inFlight = std::min<qint64>(m_description.memoryLimit / 4,
+                                                 std::max(1, m_description.threads) * kChunksPerThread);
+        Pipeline pipeline(*writer, m_description.threads, inFlight);
         TreeBuilder builder(*this, *writer, pipeline);
         SourceWalker(m_description.walk).walk(&builder);
         status = builder.failure;

@@ -23,10 +23,10 @@ struct RunDescription
     bool forceFull = false;
 
     int threads = 2;
-    qint64 memoryLimit = 32 * 1024 * 1024; // bytes the pipeline may hold in flight
+    qint64 memoryLimit = 1024 * 1024 * 1024; // the memory setting: a cap, not a target
     qint64 bandwidth = 0;                  // bytes per second to the storage; 0: no limit
-    qint64 packSize = 4 * 1024 * 1024;
-    int uploadThreads = 0; // 0: as many as the thread count, at most 4
+    qint64 packSize = 16 * 1024 * 1024;
+    int uploadThreads = 4; // packs wait in temporary files, so uploads cost no memory
 
     // Retention by age: generations whose newest restore point is older than
     // keepDays are removed after a successful run (0: keep everything).
