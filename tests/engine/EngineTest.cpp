@@ -3,6 +3,7 @@
 #include "kelCloud/Config.h"
 #include "kelStreams/Hash.h"
 #include "orvRepository/Generation.h"
+#include "orvRepository/PointBrowser.h"
 #include "service/engine/Archiver.h"
 #include "service/engine/Restorer.h"
 #include "support/AzuritePeer.h"
@@ -430,6 +431,50 @@ TEST_P(EngineFaultTest, KilledRunsLeaveEveryVisiblePointRestorable)
     const QByteArray to = QFile::encodeName(dir.filePath("final"));
     ASSERT_TRUE(restore(d, to).ok);
     EXPECT_EQ(describe(restored(to)), describe(source));
+}
+
+TEST_P(EngineFaultTest, ContentPagesThroughAFolderOnceAndPathsAreFound)
+{
+    const QByteArray many = source + "/many";
+    mkdir(many.constData(), 0755);
+    for (int i = 0; i < 1000; ++i) {
+        writeFile(many + "/f" + QByteArray::number(i), QByteArray());
+    }
+    const RunDescription d = run(true);
+    const RunResult result = backup(d);
+    ASSERT_EQ(result.outcome, RunResult::Outcome::Success) << result.message.toStdString();
+    std::unique_ptr<Orv::Repository::Generation> generation;
+    ASSERT_TRUE(Orv::Repository::Generation::open(*repository, d.planId, result.generation,
+                                                  d.password, &generation)
+                    .ok());
+    Orv::Repository::PointBrowser browser(*generation, generation->points().last());
+
+    QList<QByteArray> seen;
+    int offset = 0;
+    while (offset >= 0) {
+        QList<Orv::Repository::ContentEntry> page;
+        ASSERT_TRUE(browser.list(many + '/', offset, 7, &page, &offset).ok());
+        ASSERT_LE(page.size(), 7);
+        for (const auto& entry : page) {
+            seen.append(entry.path);
+        }
+    }
+    ASSERT_EQ(seen.size(), 1000);
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+    EXPECT_EQ(std::adjacent_find(seen.begin(), seen.end()), seen.end());
+    EXPECT_EQ(seen.first(), many + "/f0");
+
+    QList<bool> found;
+    ASSERT_TRUE(browser
+                    .exists({"/", source, many + "/f999", many + "/f1000", source + "/new\nline",
+                             "relative"},
+                            &found)
+                    .ok());
+    EXPECT_EQ(found, (QList<bool>{true, true, true, false, true, false}));
+    QList<Orv::Repository::ContentEntry> page;
+    int next = 0;
+    EXPECT_FALSE(browser.list(source + "/empty", 0, 10, &page, &next).ok())
+        << "a file is no folder";
 }
 
 INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
