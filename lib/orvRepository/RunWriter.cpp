@@ -315,6 +315,9 @@ void RunWriter::uploadLoop()
                                     pack.file.get(), pack.size);
         }
         m_uploadedBytes += quint64(pack.size);
+        if (m_settings.uploaded) {
+            *m_settings.uploaded += quint64(pack.size);
+        }
         pack.file.reset();
         lock.lock();
         --m_uploading;

@@ -29,6 +29,8 @@ struct RunSettings
     // that packs cost no memory and nothing is left behind by a crash.
     QString temporaryPath;
     Kel::Streams::BandwidthLimiter* limiter = nullptr;
+    // Counts the bytes uploaded as they go, for the run's progress.
+    std::atomic<quint64>* uploaded = nullptr;
 };
 
 // One backup run: chooses the generation (a new one for a full backup),

@@ -754,6 +754,7 @@ RunResult Archiver::run()
     settings.uploadThreads = std::max(1, m_description.uploadThreads);
     settings.queuedPacks = settings.uploadThreads;
     settings.limiter = &limiter;
+    settings.uploaded = &m_progress.bytesUploaded;
 
     std::unique_ptr<RunWriter> writer;
     Status status = RunWriter::begin(m_repository, settings, &writer);
@@ -773,8 +774,8 @@ RunResult Archiver::run()
     {
         // Chunks in flight: a few per thread keep every thread busy; more
         // only costs memory. The memory setting caps it from above.
-        const qint64 inFlight = std::min<qint64>(m_description.memoryLimit / 4,
-                                                 std::max(1, m_description.threads) * kChunksPerThread);
+        const qint64 inFlight = std::min<qint64>(
+            m_description.memoryLimit / 4, std::max(1, m_description.threads) * kChunksPerThread);
         Pipeline pipeline(*writer, m_description.threads, inFlight);
         TreeBuilder builder(*this, *writer, pipeline);
         SourceWalker(m_description.walk).walk(&builder);
@@ -815,7 +816,6 @@ RunResult Archiver::run()
     PointRecord point;
     status = writer->commit(root, {warnings, errors, files, bytes}, &point);
     result.bytesUploaded = writer->uploadedBytes();
-    m_progress.bytesUploaded = result.bytesUploaded;
     if (!status.ok()) {
         result.message = status.message;
         return result;

@@ -14,6 +14,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QMap>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <dirent.h>
 #include <fcntl.h>
@@ -22,6 +23,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace Orv::Engine;
@@ -475,6 +477,53 @@ TEST_P(EngineFaultTest, ContentPagesThroughAFolderOnceAndPathsAreFound)
     int next = 0;
     EXPECT_FALSE(browser.list(source + "/empty", 0, 10, &page, &next).ok())
         << "a file is no folder";
+}
+
+// A run stopped on request and a run whose storage fills up both end with
+// their reason, leave no restore point behind, and the next run succeeds.
+TEST_P(EngineFaultTest, StoppedAndFullStorageRunsLeaveNothingVisible)
+{
+    RunDescription d = run(true);
+    {
+        Archiver archiver(*repository, d);
+        std::thread stopper([&archiver] {
+            while (archiver.progress().bytesRead < 1024 * 1024) {
+                std::this_thread::yield();
+            }
+            archiver.stop();
+        });
+        const RunResult stopped = archiver.run();
+        stopper.join();
+        EXPECT_EQ(stopped.outcome, RunResult::Outcome::Failure);
+        EXPECT_EQ(stopped.message, "The backup was stopped.");
+    }
+    QList<Orv::Repository::GenerationInfo> generations;
+    ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+    EXPECT_TRUE(generations.isEmpty());
+
+    const QString small = dir.filePath("small");
+    QDir().mkpath(small);
+    ASSERT_EQ(QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=2m", "tmpfs", small}), 0);
+    Orv::Repository::Location full = location;
+    const QVariantMap config{{Kel::Cloud::Config::Type, "FileSystem"},
+                             {Kel::Cloud::Config::Path, small}};
+    full.backend = [config](Kel::Cloud::Status* status) {
+        return Kel::Cloud::Backend::create(config, status);
+    };
+    const Repository fullRepository(full);
+    const RunResult failed = Archiver(fullRepository, d).run();
+    EXPECT_EQ(failed.outcome, RunResult::Outcome::Failure);
+    EXPECT_TRUE(failed.message.contains(QString::fromLocal8Bit(strerror(ENOSPC))))
+        << failed.message.toStdString();
+    ASSERT_TRUE(fullRepository.generations(d.planId, &generations).ok());
+    EXPECT_TRUE(generations.isEmpty());
+    QProcess::execute("umount", {small});
+
+    const RunResult next = backup(d);
+    ASSERT_EQ(next.outcome, RunResult::Outcome::Success) << next.message.toStdString();
+    const QByteArray to = QFile::encodeName(dir.filePath("out"));
+    ASSERT_TRUE(restore(d, to).ok);
+    EXPECT_EQ(describe(restored(to)), describe(source));
 }
 
 INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
