@@ -56,9 +56,16 @@ Status copy(QIODevice* source, QIODevice* target, qint64 size)
                 continue;
             break;
         }
-        if (target->write(buffer) != buffer.size())
+        errno = 0;
+        if (target->write(buffer) != buffer.size()) {
+            // The file device's own text is often "Unknown error" for a
+            // failed write; the system's reason (a full disk) is what an
+            // administrator needs.
+            if (errno != 0)
+                return systemFailure(errno, QStringLiteral("cannot write"));
             return Status::failure(Operation::Error::Unknown,
                                    QStringLiteral("cannot write: %1").arg(target->errorString()));
+        }
         done += buffer.size();
     }
     if (size >= 0 && done < size)

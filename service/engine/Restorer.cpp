@@ -4,9 +4,9 @@
 
 #include <QHash>
 #include <QMap>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <algorithm>
 #include <mutex>
 #include <thread>
 
@@ -19,8 +19,13 @@ using Orv::Repository::Status;
 
 namespace {
 
-// Ranges of one pack closer than this are read together.
+// Ranges of one pack closer than this are read together, up to a read of
+// about kMaxRead bytes (so that memory stays small whatever the pack size).
 constexpr quint64 kReadGap = 1024 * 1024;
+constexpr quint64 kMaxRead = 4 * 1024 * 1024;
+// Files planned before their packs are fetched: bounds the plan's memory
+// whatever the number of files restored.
+constexpr std::size_t kBatchFiles = 4096;
 
 QString text(const QByteArray& path)
 {
@@ -96,6 +101,117 @@ Restorer::Restorer(const Orv::Repository::Repository& repository,
 }
 
 Restorer::~Restorer() = default;
+
+// Writes the files of the plan: those without content at once, the others
+// from their packs, each pack read once, shared out to the threads in name
+// order. The plan's files and packs are empty afterwards.
+void Restorer::fetch(Plan& plan, Generation& generation, RestoreTarget& target)
+{
+    // Files without content are written now; the others as their packs come.
+    for (auto& file : plan.files) {
+        if (file->failed || file->remaining > 0) {
+            continue;
+        }
+        QString error;
+        file->writer = target.openFile(file->place, file->node, &error);
+        if (!file->writer || !file->writer->commit(&error)) {
+            plan.fail(file->path, error);
+            file->failed = true;
+        } else {
+            ++filesDone;
+        }
+    }
+
+    // Packs are shared out to the threads in name order.
+    const QList<QByteArray> packs = plan.packs.keys();
+    std::atomic<int> next{0};
+    auto work = [&]() {
+        Generation::Reader packReader(generation);
+        for (int i = next++; i < packs.size() && !m_stop && !m_diskFull; i = next++) {
+            const auto& blobs = plan.packs[packs.at(i)];
+            auto it = blobs.cbegin();
+            while (it != blobs.cend()) {
+                // One read for a run of blobs with small gaps between them.
+                auto last = it;
+                quint64 end = it.key() + it.value().first.storedLength;
+                for (auto n = std::next(it); n != blobs.cend() && n.key() <= end + kReadGap &&
+                                             n.key() - it.key() < kMaxRead;
+                     ++n) {
+                    last = n;
+                    end = std::max(end, n.key() + n.value().first.storedLength);
+                }
+                QByteArray range;
+                const quint64 start = it.key();
+                const Status read = packReader.packRange(packs.at(i), start, end - start, &range);
+                for (auto b = it;; ++b) {
+                    const BlobEntry& entry = b.value().first;
+                    QByteArray data;
+                    QString reason;
+                    if (!read.ok()) {
+                        reason = read.message;
+                    } else if (!packReader.decode(range.constData() + (b.key() - start),
+                                                  entry.storedLength, entry, &data)) {
+                        reason = QStringLiteral("its data in pack %1 is damaged")
+                                     .arg(QString::fromLatin1(packs.at(i)));
+                    }
+                    for (const Piece& piece : b.value().second) {
+                        FileJob& file = *piece.file;
+                        std::lock_guard lock(file.mutex);
+                        if (file.failed) {
+                            continue;
+                        }
+                        QString error = reason;
+                        if (error.isEmpty() && !file.writer) {
+                            file.writer = target.openFile(file.place, file.node, &error);
+                        }
+                        if (error.isEmpty() &&
+                            file.writer->write(piece.offset, data.constData(),
+                                               std::size_t(data.size()), &error)) {
+                            bytesDone += quint64(data.size());
+                            if (--file.remaining == 0) {
+                                if (file.writer->commit(&error)) {
+                                    ++filesDone;
+                                    file.writer.reset();
+                                    continue;
+                                }
+                            } else {
+                                continue;
+                            }
+                        }
+                        file.failed = true;
+                        file.writer.reset();
+                        plan.fail(file.path, error);
+                        if (error.contains(QString::fromLocal8Bit(strerror(ENOSPC)))) {
+                            m_diskFull = true;
+                        }
+                    }
+                    if (b == last) {
+                        break;
+                    }
+                }
+                it = std::next(last);
+            }
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 1; i < std::max(1, m_description.threads); ++i) {
+        threads.emplace_back(work);
+    }
+    work();
+    for (std::thread& t : threads) {
+        t.join();
+    }
+    for (auto& file : plan.files) {
+        if (!file->failed && file->remaining > 0) {
+            file->writer.reset();
+            plan.fail(file->path, m_stop ? QStringLiteral("the restore was stopped")
+                                         : QStringLiteral("not restored"));
+        }
+    }
+
+    plan.files.clear();
+    plan.packs.clear();
+}
 
 RestoreResult Restorer::run()
 {
@@ -233,109 +349,13 @@ RestoreResult Restorer::run()
                 job->failed = true;
             }
             plan.files.push_back(std::move(job));
-        }
-    }
-
-    // Files without content are written now; the others as their packs come.
-    for (auto& file : plan.files) {
-        if (file->failed || file->remaining > 0) {
-            continue;
-        }
-        QString error;
-        file->writer = target.openFile(file->place, file->node, &error);
-        if (!file->writer || !file->writer->commit(&error)) {
-            plan.fail(file->path, error);
-            file->failed = true;
-        } else {
-            ++filesDone;
-        }
-    }
-
-    // Packs are shared out to the threads in name order.
-    const QList<QByteArray> packs = plan.packs.keys();
-    std::atomic<int> next{0};
-    std::atomic_bool diskFull{false};
-    auto work = [&]() {
-        Generation::Reader packReader(*generation);
-        for (int i = next++; i < packs.size() && !m_stop && !diskFull; i = next++) {
-            const auto& blobs = plan.packs[packs.at(i)];
-            auto it = blobs.cbegin();
-            while (it != blobs.cend()) {
-                // One read for a run of blobs with small gaps between them.
-                auto last = it;
-                quint64 end = it.key() + it.value().first.storedLength;
-                for (auto n = std::next(it); n != blobs.cend() && n.key() <= end + kReadGap; ++n) {
-                    last = n;
-                    end = std::max(end, n.key() + n.value().first.storedLength);
-                }
-                QByteArray range;
-                const quint64 start = it.key();
-                const Status read = packReader.packRange(packs.at(i), start, end - start, &range);
-                for (auto b = it;; ++b) {
-                    const BlobEntry& entry = b.value().first;
-                    QByteArray data;
-                    QString reason;
-                    if (!read.ok()) {
-                        reason = read.message;
-                    } else if (!packReader.decode(range.constData() + (b.key() - start),
-                                                  entry.storedLength, entry, &data)) {
-                        reason = QStringLiteral("its data in pack %1 is damaged")
-                                     .arg(QString::fromLatin1(packs.at(i)));
-                    }
-                    for (const Piece& piece : b.value().second) {
-                        FileJob& file = *piece.file;
-                        std::lock_guard lock(file.mutex);
-                        if (file.failed) {
-                            continue;
-                        }
-                        QString error = reason;
-                        if (error.isEmpty() && !file.writer) {
-                            file.writer = target.openFile(file.place, file.node, &error);
-                        }
-                        if (error.isEmpty() &&
-                            file.writer->write(piece.offset, data.constData(),
-                                               std::size_t(data.size()), &error)) {
-                            bytesDone += quint64(data.size());
-                            if (--file.remaining == 0) {
-                                if (file.writer->commit(&error)) {
-                                    ++filesDone;
-                                    file.writer.reset();
-                                    continue;
-                                }
-                            } else {
-                                continue;
-                            }
-                        }
-                        file.failed = true;
-                        file.writer.reset();
-                        plan.fail(file.path, error);
-                        if (error.contains(QString::fromLocal8Bit(strerror(ENOSPC)))) {
-                            diskFull = true;
-                        }
-                    }
-                    if (b == last) {
-                        break;
-                    }
-                }
-                it = std::next(last);
+            if (plan.files.size() >= kBatchFiles) {
+                fetch(plan, *generation, target);
             }
         }
-    };
-    std::vector<std::thread> threads;
-    for (int i = 1; i < std::max(1, m_description.threads); ++i) {
-        threads.emplace_back(work);
     }
-    work();
-    for (std::thread& t : threads) {
-        t.join();
-    }
-    for (auto& file : plan.files) {
-        if (!file->failed && file->remaining > 0) {
-            file->writer.reset();
-            plan.fail(file->path, m_stop ? QStringLiteral("the restore was stopped")
-                                         : QStringLiteral("not restored"));
-        }
-    }
+
+    fetch(plan, *generation, target);
 
     for (const auto& [place, first] : plan.links) {
         QString error;
@@ -361,7 +381,7 @@ RestoreResult Restorer::run()
                      : result.ok ? QStringLiteral("Restore completed.")
                                  : QStringLiteral("Restore completed with %1 item(s) not restored.")
                                        .arg(plan.failed.size());
-    if (diskFull) {
+    if (m_diskFull) {
         result.message = QStringLiteral("The restore target is full: %1").arg(plan.failed.first());
     }
     return result;

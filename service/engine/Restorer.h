@@ -1,5 +1,6 @@
 #pragma once
 
+#include "orvRepository/Generation.h"
 #include "orvRepository/Repository.h"
 #include "service/engine/RestoreTarget.h"
 
@@ -50,9 +51,12 @@ public:
 
 private:
     struct Plan;
+    void fetch(Plan& plan, Orv::Repository::Generation& generation, RestoreTarget& target);
+
     const Orv::Repository::Repository& m_repository;
     RestoreDescription m_description;
     std::atomic_bool m_stop{false};
+    std::atomic_bool m_diskFull{false};
 };
 
 } // namespace Orv::Engine
