@@ -754,6 +754,7 @@ RunResult Archiver::run()
     settings.uploadThreads = std::max(1, m_description.uploadThreads);
     settings.queuedPacks = settings.uploadThreads;
     settings.limiter = &limiter;
+    settings.temporaryPath = m_description.temporaryPath;
     settings.uploaded = &m_progress.bytesUploaded;
 
     std::unique_ptr<RunWriter> writer;

@@ -24,9 +24,10 @@ struct RunDescription
 
     int threads = 2;
     qint64 memoryLimit = 1024 * 1024 * 1024; // the memory setting: a cap, not a target
-    qint64 bandwidth = 0;                  // bytes per second to the storage; 0: no limit
+    qint64 bandwidth = 0;                    // bytes per second to the storage; 0: no limit
     qint64 packSize = 16 * 1024 * 1024;
     int uploadThreads = 4; // packs wait in temporary files, so uploads cost no memory
+    QString temporaryPath; // where packs are assembled; empty: the system's
 
     // Retention by age: generations whose newest restore point is older than
     // keepDays are removed after a successful run (0: keep everything).

@@ -526,6 +526,41 @@ TEST_P(EngineFaultTest, StoppedAndFullStorageRunsLeaveNothingVisible)
     EXPECT_EQ(describe(restored(to)), describe(source));
 }
 
+// From the storage alone and the password, a machine that lost its cache
+// sees what needs a deep sync, syncs, restores and carries on backing up; a
+// wrong password changes nothing.
+TEST_P(EngineFaultTest, AFreshMachineSyncsRestoresAndCarriesOn)
+{
+    const RunDescription d = run(true);
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    ASSERT_TRUE(QDir(location.cacheFolder).removeRecursively());
+
+    QList<Orv::Repository::GenerationInfo> generations;
+    ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+    ASSERT_EQ(generations.size(), 1);
+    EXPECT_TRUE(generations.first().needsDeepSync);
+    EXPECT_EQ(QByteArray::fromBase64(generations.first().hint), d.hint);
+    const QString generation = generations.first().id;
+
+    const auto refused = repository->deepSync(d.planId, generation, "wrong horse");
+    EXPECT_EQ(refused.message, "Wrong password for generation " + generation + ".");
+    ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+    EXPECT_TRUE(generations.first().needsDeepSync);
+
+    ASSERT_TRUE(repository->deepSync(d.planId, generation, d.password).ok());
+    ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+    EXPECT_FALSE(generations.first().needsDeepSync);
+
+    ASSERT_TRUE(QDir(location.cacheFolder).removeRecursively());
+    const QByteArray to = QFile::encodeName(dir.filePath("out"));
+    ASSERT_TRUE(restore(d, to).ok);
+    EXPECT_EQ(describe(restored(to)), describe(source));
+    const RunResult next = backup(d);
+    ASSERT_EQ(next.outcome, RunResult::Outcome::Success) << next.message.toStdString();
+    EXPECT_FALSE(next.full);
+    EXPECT_EQ(next.filesRead, 0u);
+}
+
 INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
                          [](const auto&) { return std::string("Folder"); });
 
