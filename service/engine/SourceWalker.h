@@ -20,13 +20,13 @@ struct WalkOptions
         All,        // the masks are not used
     };
 
-    QList<QByteArray> sources;       // absolute paths
-    QList<QByteArray> excluded;      // absolute paths: these and everything below them
-    QStringList skipFolderMasks;     // wildcards on folder names ("cache", "*.tmp")
-    QStringList fileMasks;           // wildcards on file names
+    QList<QByteArray> sources;   // absolute paths
+    QList<QByteArray> excluded;  // absolute paths: these and everything below them
+    QStringList skipFolderMasks; // wildcards on folder names ("cache", "*.tmp")
+    QStringList fileMasks;       // wildcards on file names
     FileMaskType fileMaskType = FileMaskType::All;
-    bool skipHidden = false;         // names starting with "."
-    bool skipInUse = false;          // files open for writing by another process
+    bool skipHidden = false; // names starting with "."
+    bool skipInUse = false;  // files open for writing by another process
     Orv::Common::SymlinkBackupMode::Mode symlinkMode = Orv::Common::SymlinkBackupMode::SymlinkOnly;
 };
 
