@@ -50,7 +50,7 @@ bool readEntries(ByteReader& r, QVector<BlobEntry>* entries)
 
 } // namespace
 
-PackBuilder::PackBuilder(QIODevice* sink) : m_sink(sink)
+PackBuilder::PackBuilder(Sink sink) : m_sink(std::move(sink))
 {
     m_record.name = Kel::Streams::randomBytes(16).toHex();
 }
@@ -60,7 +60,7 @@ void PackBuilder::drain()
     if (!m_sink || m_data.isEmpty()) {
         return;
     }
-    m_ok = m_ok && m_sink->write(m_data) == m_data.size();
+    m_ok = m_ok && m_sink(m_data);
     m_written += m_data.size();
     // Keeps the buffer's room for the next blob.
     m_data.truncate(0);

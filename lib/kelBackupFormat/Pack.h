@@ -3,8 +3,8 @@
 #include "kelBackupFormat/Blob.h"
 
 #include <QByteArray>
-#include <QIODevice>
 #include <QVector>
+#include <functional>
 
 namespace Kel::Archive {
 
@@ -22,10 +22,13 @@ struct PackRecord
 class PackBuilder
 {
 public:
+    // Takes the pack's bytes as they come; false when they could not be kept.
+    using Sink = std::function<bool(const QByteArray& bytes)>;
+
     // With a sink, every blob goes to it as soon as it is encoded (a
     // temporary file, so that a pack being built costs no memory); without
     // one the pack is built in memory.
-    explicit PackBuilder(QIODevice* sink = nullptr);
+    explicit PackBuilder(Sink sink = Sink());
 
     const QByteArray& name() const { return m_record.name; }
     qint64 size() const { return m_written + m_data.size(); }
@@ -44,7 +47,7 @@ private:
     void drain();
 
     PackRecord m_record;
-    QIODevice* m_sink;
+    Sink m_sink;
     QByteArray m_data;
     qint64 m_written = 0;
     bool m_ok = true;

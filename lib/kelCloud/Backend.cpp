@@ -12,6 +12,7 @@
 #include "kelCloud/Types.h"
 
 #include <QBuffer>
+#include <unistd.h>
 
 namespace Kel::Cloud {
 
@@ -81,6 +82,14 @@ Status Backend::write(const QString& name, const QByteArray& data)
     buffer.setData(data);
     buffer.open(QIODevice::ReadOnly);
     return write(name, &buffer, data.size());
+}
+
+Status Backend::adopt(const QString& name, int descriptor)
+{
+    ::close(descriptor);
+    return Status::failure(
+        Operation::Error::NotSupported,
+        QStringLiteral("this storage cannot take a staged file for %1").arg(name));
 }
 
 } // namespace Kel::Cloud

@@ -49,6 +49,15 @@ public:
     // Deleting an object that does not exist succeeds.
     virtual Status remove(const QString& name) = 0;
 
+    // Stores whose objects are local files can take a finished file without
+    // a copy. stagingFile() gives an open, unnamed file on the store's own
+    // file system for the caller to write an object into, or -1 when the
+    // store has none (write() is then the way). adopt() makes such a file the
+    // object, flushed to disk and put in place atomically as write() does,
+    // and closes the descriptor whatever the outcome.
+    virtual int stagingFile() { return -1; }
+    virtual Status adopt(const QString& name, int descriptor);
+
     // Values the backend came by that the account's configuration must keep
     // from now on (a refresh token obtained with a one-time authorisation
     // code), by configuration key; empty for most.

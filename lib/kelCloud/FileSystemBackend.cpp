@@ -257,4 +257,50 @@ Status FileSystemBackend::remove(const QString& name)
     return Status::success();
 }
 
+int FileSystemBackend::stagingFile()
+{
+    if (!containerPresent().ok())
+        return -1;
+    return ::open(QFile::encodeName(m_root).constData(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+}
+
+Status FileSystemBackend::adopt(const QString& name, int descriptor)
+{
+    struct Closer
+    {
+        int fd;
+        ~Closer() { ::close(fd); }
+    } closer{descriptor};
+    Status status = ObjectName::check(name);
+    if (!status.ok())
+        return status;
+    const QString target = pathOf(name);
+    const QString folder = QFileInfo(target).absolutePath();
+    if (!QDir().mkpath(folder))
+        return Status::failure(Operation::Error::Unknown,
+                               QStringLiteral("cannot create folder %1").arg(folder));
+    if (::fsync(descriptor) != 0)
+        return systemFailure(errno, QStringLiteral("cannot write %1").arg(name));
+    // The unnamed file gets a hidden name beside its target first, so that
+    // the final rename replaces any object of that name atomically.
+    const QByteArray part =
+        QFile::encodeName(folder + QLatin1Char('/') + ObjectName::reserved(QStringLiteral("part")));
+    int linked = ::linkat(descriptor, "", AT_FDCWD, part.constData(), AT_EMPTY_PATH);
+    if (linked != 0) {
+        // Without the capability that AT_EMPTY_PATH needs, the descriptor's
+        // entry in /proc does the same.
+        const QByteArray proc = "/proc/self/fd/" + QByteArray::number(descriptor);
+        linked =
+            ::linkat(AT_FDCWD, proc.constData(), AT_FDCWD, part.constData(), AT_SYMLINK_FOLLOW);
+    }
+    if (linked != 0)
+        return systemFailure(errno, QStringLiteral("cannot write %1").arg(name));
+    if (::rename(part.constData(), QFile::encodeName(target).constData()) != 0) {
+        const int error = errno;
+        ::unlink(part.constData());
+        return systemFailure(error, QStringLiteral("cannot write %1").arg(name));
+    }
+    return syncFolder(folder);
+}
+
 } // namespace Kel::Cloud

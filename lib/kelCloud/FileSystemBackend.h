@@ -20,6 +20,8 @@ public:
     Status read(const QString& name, qint64 offset, qint64 length, QIODevice* sink) override;
     Status write(const QString& name, QIODevice* source, qint64 size) override;
     Status remove(const QString& name) override;
+    int stagingFile() override;
+    Status adopt(const QString& name, int descriptor) override;
 
     using Backend::read;
     using Backend::write;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace Orv::Repository {
@@ -23,6 +24,26 @@ constexpr int kIndexEntries = 50000;
 QString lastPart(const QString& name)
 {
     return name.mid(name.lastIndexOf('/') + 1);
+}
+
+// Writes all the bytes to the descriptor; false with errno in *error.
+bool writeAll(int fd, const QByteArray& bytes, int* error)
+{
+    const char* p = bytes.constData();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, p, std::size_t(left));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            *error = n < 0 ? errno : ENOSPC;
+            return false;
+        }
+        p += n;
+        left -= n;
+    }
+    return true;
 }
 
 } // namespace
@@ -137,6 +158,7 @@ Status RunWriter::prepare()
         }
     }
 
+    m_staging = m_repository.location().backend(&status);
     m_generation->cache().begin();
     m_inTransaction = true;
     for (int i = 0; i < std::max(1, m_settings.uploadThreads); ++i) {
@@ -196,17 +218,21 @@ Status RunWriter::Worker::store(BlobType type, const char* data, std::size_t siz
     }
     if (!m_pack) {
         Status status;
-        m_file = m_writer.temporaryFile(&status);
+        m_file = m_writer.temporaryFile(&status, &m_staged);
         if (!m_file) {
             m_writer.fail(status);
             return status;
         }
-        m_pack = std::make_unique<PackBuilder>(m_file.get());
+        m_pack =
+            std::make_unique<PackBuilder>([this, fd = m_file->handle()](const QByteArray& bytes) {
+                return writeAll(fd, bytes, &m_error);
+            });
     }
     const BlobEntry& entry = m_pack->add(m_codec, *id, type, data, size);
     if (!m_pack->ok()) {
-        const Status status = Orv::Repository::failure(
-            QStringLiteral("Cannot write a temporary pack: %1").arg(m_file->errorString()));
+        const Status status =
+            Orv::Repository::failure(QStringLiteral("Cannot write a pack: %1")
+                                         .arg(QString::fromLocal8Bit(strerror(m_error))));
         m_writer.fail(status);
         return status;
     }
@@ -225,7 +251,7 @@ Status RunWriter::Worker::flush()
         return m_writer.failed();
     }
     std::unique_ptr<PackBuilder> pack = std::move(m_pack);
-    return m_writer.enqueue(*pack, m_codec, std::move(m_file));
+    return m_writer.enqueue(*pack, m_codec, std::move(m_file), m_staged, m_error);
 }
 
 bool RunWriter::claim(const QByteArray& id)
@@ -245,8 +271,19 @@ void RunWriter::release(const QByteArray& id)
     m_pending.remove(id);
 }
 
-std::unique_ptr<QFile> RunWriter::temporaryFile(Status* status) const
+std::unique_ptr<QFile> RunWriter::temporaryFile(Status* status, bool* staged)
 {
+    auto file = std::make_unique<QFile>();
+    {
+        std::lock_guard lock(m_mutex);
+        const int fd = m_staging ? m_staging->stagingFile() : -1;
+        *staged = fd >= 0;
+        if (*staged) {
+            file->open(fd, QIODevice::ReadWrite | QIODevice::Unbuffered,
+                       QFileDevice::AutoCloseHandle);
+            return file;
+        }
+    }
     const QString folder =
         m_settings.temporaryPath.isEmpty() ? QDir::tempPath() : m_settings.temporaryPath;
     const int fd =
@@ -256,17 +293,17 @@ std::unique_ptr<QFile> RunWriter::temporaryFile(Status* status) const
                               .arg(folder, QString::fromLocal8Bit(strerror(errno))));
         return nullptr;
     }
-    auto file = std::make_unique<QFile>();
-    file->open(fd, QIODevice::ReadWrite, QFileDevice::AutoCloseHandle);
+    file->open(fd, QIODevice::ReadWrite | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle);
     return file;
 }
 
-Status RunWriter::enqueue(PackBuilder& pack, BlobCodec& codec, std::unique_ptr<QFile> file)
+Status RunWriter::enqueue(PackBuilder& pack, BlobCodec& codec, std::unique_ptr<QFile> file,
+                          bool staged, const int& error)
 {
     pack.finish(codec);
-    if (!pack.ok() || !file->flush()) {
-        const Status status =
-            failure(QStringLiteral("Cannot write the temporary pack: %1").arg(file->errorString()));
+    if (!pack.ok()) {
+        const Status status = failure(
+            QStringLiteral("Cannot write a pack: %1").arg(QString::fromLocal8Bit(strerror(error))));
         fail(status);
         return status;
     }
@@ -278,7 +315,7 @@ Status RunWriter::enqueue(PackBuilder& pack, BlobCodec& codec, std::unique_ptr<Q
     if (!m_failure.ok()) {
         return m_failure;
     }
-    m_queue.push_back({pack.name(), std::move(file), pack.size()});
+    m_queue.push_back({pack.name(), std::move(file), pack.size(), staged});
     m_packs.append(pack.record());
     m_queueChanged.notify_all();
     return Status::success();
@@ -286,6 +323,7 @@ Status RunWriter::enqueue(PackBuilder& pack, BlobCodec& codec, std::unique_ptr<Q
 
 void RunWriter::uploadLoop()
 {
+    pthread_setname_np(pthread_self(), "orv-upload");
     Status status;
     std::unique_ptr<Kel::Cloud::Backend> backend = m_repository.location().backend(&status);
     if (!backend) {
@@ -309,10 +347,12 @@ void RunWriter::uploadLoop()
             m_settings.limiter->acquire(pack.size);
         }
         status = Status::success();
-        if (go) {
+        const QString name = layout.pack(m_settings.bunch, m_generation->id(), pack.name);
+        if (go && pack.staged) {
+            status = backend->adopt(name, ::dup(pack.file->handle()));
+        } else if (go) {
             pack.file->seek(0);
-            status = backend->write(layout.pack(m_settings.bunch, m_generation->id(), pack.name),
-                                    pack.file.get(), pack.size);
+            status = backend->write(name, pack.file.get(), pack.size);
         }
         m_uploadedBytes += quint64(pack.size);
         if (m_settings.uploaded) {

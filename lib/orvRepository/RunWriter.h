@@ -73,6 +73,8 @@ public:
         RunWriter& m_writer;
         Kel::Archive::BlobCodec m_codec;
         std::unique_ptr<QFile> m_file;
+        bool m_staged = false;
+        int m_error = 0;
         std::unique_ptr<Kel::Archive::PackBuilder> m_pack;
     };
     std::unique_ptr<Worker> worker();
@@ -99,9 +101,10 @@ private:
     Status startGeneration(Kel::Cloud::Backend& backend);
     bool claim(const QByteArray& id);
     void release(const QByteArray& id);
+    // error: where the pack's writes leave their errno.
     Status enqueue(Kel::Archive::PackBuilder& pack, Kel::Archive::BlobCodec& codec,
-                   std::unique_ptr<QFile> file);
-    std::unique_ptr<QFile> temporaryFile(Status* status) const;
+                   std::unique_ptr<QFile> file, bool staged, const int& error);
+    std::unique_ptr<QFile> temporaryFile(Status* status, bool* staged);
     void uploadLoop();
     Status failed() const;
     void fail(const Status& status);
@@ -125,6 +128,7 @@ private:
         QByteArray name;
         std::unique_ptr<QFile> file;
         qint64 size;
+        bool staged; // on the store's own file system, to be adopted
     };
     std::deque<Finished> m_queue;
     int m_uploading = 0;
@@ -132,6 +136,9 @@ private:
     Status m_failure;
     QVector<Kel::Archive::PackRecord> m_packs;
     std::vector<std::thread> m_uploaders;
+    // Asked for files on the store's own file system, when it has one, so
+    // that a pack is written once and put in place without a copy.
+    std::unique_ptr<Kel::Cloud::Backend> m_staging;
 
     std::atomic<quint64> m_uploadedBytes{0};
     std::atomic<quint64> m_storedBlobs{0};

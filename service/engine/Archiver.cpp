@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <optional>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -208,6 +209,8 @@ private:
 
     void loop(RunWriter::Worker& worker)
     {
+        // Named so that an administrator's top tells the stages apart.
+        pthread_setname_np(pthread_self(), "orv-pack");
         std::unique_lock lock(m_mutex);
         for (;;) {
             m_changed.wait(lock, [&] { return m_closing || !m_jobs.empty(); });
