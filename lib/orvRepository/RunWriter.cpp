@@ -383,6 +383,14 @@ void RunWriter::fail(const Status& status)
     m_queueChanged.notify_all();
 }
 
+Status RunWriter::waitForUploads()
+{
+    std::unique_lock lock(m_mutex);
+    m_queueChanged.wait(
+        lock, [this] { return !m_failure.ok() || (m_queue.empty() && m_uploading == 0); });
+    return m_failure;
+}
+
 Status RunWriter::commit(const QByteArray& root, const Totals& totals, PointRecord* point)
 {
     {

@@ -86,6 +86,8 @@ public:
         quint64 files = 0;
         quint64 bytes = 0;
     };
+    // Waits until every pack handed over so far is in the storage.
+    Status waitForUploads();
     // Waits for every upload, writes the index and the restore point; the
     // workers must have been flushed.
     Status commit(const QByteArray& root, const Totals& totals, Kel::Archive::PointRecord* point);

@@ -15,6 +15,7 @@
 #include <mutex>
 #include <optional>
 #include <pthread.h>
+#include <set>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -178,6 +179,16 @@ public:
         return m_failure;
     }
 
+    // Hands every worker's open pack to the uploads, the threads going on.
+    Status flush()
+    {
+        std::unique_lock lock(m_mutex);
+        m_flushes = int(m_workers.size());
+        m_changed.notify_all();
+        m_changed.wait(lock, [&] { return m_flushes == 0; });
+        return m_failure;
+    }
+
     // Stores what is left, flushes every worker's pack, ends the threads.
     Status finish()
     {
@@ -213,7 +224,23 @@ private:
         pthread_setname_np(pthread_self(), "orv-pack");
         std::unique_lock lock(m_mutex);
         for (;;) {
-            m_changed.wait(lock, [&] { return m_closing || !m_jobs.empty(); });
+            m_changed.wait(lock, [&] {
+                return m_closing || !m_jobs.empty() ||
+                       (m_flushes > 0 && m_flushed.count(&worker) == 0);
+            });
+            if (m_jobs.empty() && m_flushes > 0 && m_flushed.insert(&worker).second) {
+                lock.unlock();
+                const Status status = worker.flush();
+                lock.lock();
+                if (!status.ok() && m_failure.ok()) {
+                    m_failure = status;
+                }
+                if (--m_flushes == 0) {
+                    m_flushed.clear();
+                }
+                m_changed.notify_all();
+                continue;
+            }
             if (m_jobs.empty()) {
                 break;
             }
@@ -257,6 +284,8 @@ private:
     qint64 m_inFlight = 0;
     int m_pending = 0;
     bool m_closing = false;
+    int m_flushes = 0;                      // workers yet to flush
+    std::set<RunWriter::Worker*> m_flushed; // workers that did
     Status m_failure;
     std::vector<std::thread> m_workers;
 };
@@ -299,6 +328,15 @@ public:
     {
         if (!m_rootNode) {
             return;
+        }
+        // A root inside an earlier one (a source below a folder the outer
+        // walk left out) is grafted into it once the walk is over.
+        for (auto it = m_roots.cbegin(); it != m_roots.cend(); ++it) {
+            if (it.key() == "/" || root.path.startsWith(it.key() + '/')) {
+                m_grafts.append({root.path, *m_rootNode});
+                m_rootNode.reset();
+                return;
+            }
         }
         // A root that holds earlier roots supersedes them.
         const QByteArray below = root.path == "/" ? QByteArray("/") : root.path + '/';
@@ -378,6 +416,32 @@ public:
     }
 
     // The id of the tree that holds every root at its absolute path.
+    bool hasGrafts() const { return !m_grafts.isEmpty(); }
+
+    // Puts the nested roots into the roots that hold them. The trees read
+    // here were stored by this run: the caller waits for their upload first.
+    Status graft()
+    {
+        for (const auto& [path, node] : std::as_const(m_grafts)) {
+            for (auto it = m_roots.begin(); it != m_roots.end(); ++it) {
+                const QByteArray below = it.key() == "/" ? it.key() : it.key() + '/';
+                if (!path.startsWith(below)) {
+                    continue;
+                }
+                const QList<QByteArray> parts = path.mid(below.size()).split('/');
+                Node holder = it.value();
+                const Status status = graftInto(&holder, below, parts, 0, node);
+                if (!status.ok()) {
+                    return status;
+                }
+                it.value() = holder;
+                break;
+            }
+        }
+        m_grafts.clear();
+        return Status::success();
+    }
+
     Status finish(QByteArray* rootId)
     {
         if (!failure.ok()) {
@@ -670,6 +734,67 @@ private:
         return total;
     }
 
+    // Stores a new listing of the folder with the node placed at parts[at...],
+    // making the folders between from the file system as they are.
+    Status graftInto(Node* folder, const QByteArray& folderPath, const QList<QByteArray>& parts,
+                     int at, const Node& node)
+    {
+        QVector<Node> nodes;
+        Status status = m_reader.tree(folder->subtree, &nodes);
+        if (!status.ok()) {
+            return status;
+        }
+        Node child;
+        const QByteArray& name = parts.at(at);
+        auto it =
+            std::lower_bound(nodes.begin(), nodes.end(), name,
+                             [](const Node& n, const QByteArray& key) { return n.name < key; });
+        const bool present = it != nodes.end() && it->name == name;
+        if (at + 1 == parts.size()) {
+            child = node;
+            child.name = name;
+        } else {
+            const QByteArray childPath = folderPath + name;
+            if (present && it->isDirectory()) {
+                child = *it;
+            } else {
+                child = folderNode(childPath, name);
+                status = m_treeWorker->store(BlobType::Tree, encodeTree({}), &child.subtree);
+                if (!status.ok()) {
+                    return status;
+                }
+            }
+            status = graftInto(&child, childPath + '/', parts, at + 1, node);
+            if (!status.ok()) {
+                return status;
+            }
+        }
+        if (present) {
+            *it = child;
+        } else {
+            nodes.insert(it, child);
+        }
+        return m_treeWorker->store(BlobType::Tree, encodeTree(nodes), &folder->subtree);
+    }
+
+    // A folder's node as the file system has it now.
+    static Node folderNode(const QByteArray& path, const QByteArray& name)
+    {
+        struct stat st;
+        WalkEntry e;
+        e.path = path;
+        e.name = name;
+        if (::lstat(path.constData(), &st) == 0 && S_ISDIR(st.st_mode)) {
+            e.st = st;
+            return nodeOf(e);
+        }
+        Node folder;
+        folder.name = name;
+        folder.type = Node::Type::Directory;
+        folder.mode = 0755;
+        return folder;
+    }
+
     Status buildAbove(const QByteArray& path, QByteArray* id)
     {
         const QByteArray below = path == "/" ? QByteArray("/") : path + '/';
@@ -688,20 +813,8 @@ private:
             if (children.contains(name)) {
                 continue;
             }
-            Node folder;
             const QByteArray folderPath = below + name;
-            struct stat st;
-            WalkEntry e;
-            e.path = folderPath;
-            e.name = name;
-            if (::lstat(folderPath.constData(), &st) == 0 && S_ISDIR(st.st_mode)) {
-                e.st = st;
-                folder = nodeOf(e);
-            } else {
-                folder.name = name;
-                folder.type = Node::Type::Directory;
-                folder.mode = 0755;
-            }
+            Node folder = folderNode(folderPath, name);
             const Status status = buildAbove(folderPath, &folder.subtree);
             if (!status.ok()) {
                 return status;
@@ -728,6 +841,7 @@ private:
     bool m_haveRootPrevious = false;
     std::optional<Node> m_rootNode;
     QMap<QByteArray, Node> m_roots;
+    QVector<std::pair<QByteArray, Node>> m_grafts;
 
 public:
     Status flushTrees() { return m_treeWorker->flush(); }
@@ -789,6 +903,18 @@ RunResult Archiver::run()
         }
         if (status.ok() && m_stop) {
             status = Orv::Repository::failure(QStringLiteral("The backup was stopped."));
+        }
+        if (status.ok() && builder.hasGrafts()) {
+            status = builder.flushTrees();
+            if (status.ok()) {
+                status = pipeline.flush();
+            }
+            if (status.ok()) {
+                status = writer->waitForUploads();
+            }
+            if (status.ok()) {
+                status = builder.graft();
+            }
         }
         if (status.ok()) {
             status = builder.finish(&root);

@@ -561,6 +561,28 @@ TEST_P(EngineFaultTest, AFreshMachineSyncsRestoresAndCarriesOn)
     EXPECT_EQ(next.filesRead, 0u);
 }
 
+// A source below a folder the filters leave out is still backed up, in its
+// place, and nothing else of that folder is.
+TEST_P(EngineFaultTest, ASourceInsideAFilteredFolderIsKept)
+{
+    QDir().mkpath(QString::fromLocal8Bit(source + "/.cache/keep"));
+    writeFile(source + "/.cache/keep/wanted", "wanted");
+    writeFile(source + "/.cache/unwanted", "unwanted");
+    RunDescription d = run(false);
+    d.walk.skipHidden = true;
+    d.walk.sources = {source, source + "/.cache/keep"};
+    const RunResult result = backup(d);
+    ASSERT_EQ(result.outcome, RunResult::Outcome::Success) << result.message.toStdString();
+    const QByteArray to = QFile::encodeName(dir.filePath("out"));
+    ASSERT_TRUE(restore(d, to).ok);
+    const auto got = describe(restored(to));
+    const auto want = describe(source);
+    EXPECT_EQ(got.value("/.cache/keep/wanted"), want.value("/.cache/keep/wanted"));
+    EXPECT_FALSE(got.contains("/.cache/unwanted"));
+    EXPECT_EQ(got.value("/large.bin"), want.value("/large.bin"));
+    EXPECT_EQ(backup(d).filesRead, 0u) << "the grafted source is compared like any other";
+}
+
 INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
                          [](const auto&) { return std::string("Folder"); });
 
