@@ -215,7 +215,7 @@ Status FileSystemBackend::read(const QString& name, qint64 offset, qint64 length
     return copy(&file, sink, length < 0 ? available : qMin(length, available));
 }
 
-Status FileSystemBackend::write(const QString& name, QIODevice* source, qint64 size)
+Status FileSystemBackend::placeFor(const QString& name, QString* target, QString* folder) const
 {
     Status status = ObjectName::check(name);
     if (!status.ok())
@@ -223,11 +223,21 @@ Status FileSystemBackend::write(const QString& name, QIODevice* source, qint64 s
     status = containerPresent();
     if (!status.ok())
         return status;
-    const QString target = pathOf(name);
-    const QString folder = QFileInfo(target).absolutePath();
-    if (!QDir().mkpath(folder))
+    *target = pathOf(name);
+    *folder = QFileInfo(*target).absolutePath();
+    if (!QDir().mkpath(*folder))
         return Status::failure(Operation::Error::Unknown,
-                               QStringLiteral("cannot create folder %1").arg(folder));
+                               QStringLiteral("cannot create folder %1").arg(*folder));
+    return Status::success();
+}
+
+Status FileSystemBackend::write(const QString& name, QIODevice* source, qint64 size)
+{
+    QString target;
+    QString folder;
+    Status status = placeFor(name, &target, &folder);
+    if (!status.ok())
+        return status;
     QTemporaryFile part(folder + QLatin1Char('/') + ObjectName::reserved(QStringLiteral("part")) +
                         QStringLiteral("-XXXXXX"));
     if (!part.open())
@@ -271,14 +281,11 @@ Status FileSystemBackend::adopt(const QString& name, int descriptor)
         int fd;
         ~Closer() { ::close(fd); }
     } closer{descriptor};
-    Status status = ObjectName::check(name);
+    QString target;
+    QString folder;
+    const Status status = placeFor(name, &target, &folder);
     if (!status.ok())
         return status;
-    const QString target = pathOf(name);
-    const QString folder = QFileInfo(target).absolutePath();
-    if (!QDir().mkpath(folder))
-        return Status::failure(Operation::Error::Unknown,
-                               QStringLiteral("cannot create folder %1").arg(folder));
     if (::fsync(descriptor) != 0)
         return systemFailure(errno, QStringLiteral("cannot write %1").arg(name));
     // The unnamed file gets a hidden name beside its target first, so that

@@ -30,6 +30,8 @@ private:
     FileSystemBackend(const QString& given, const QString& root);
     Status containerPresent() const;
     QString pathOf(const QString& name) const;
+    // The file and folder of an object about to be written, the folder made.
+    Status placeFor(const QString& name, QString* target, QString* folder) const;
 
     QString m_given;
     QString m_root;
