@@ -348,11 +348,25 @@ void RunWriter::uploadLoop()
         }
         status = Status::success();
         const QString name = layout.pack(m_settings.bunch, m_generation->id(), pack.name);
-        if (go && pack.staged) {
-            status = backend->adopt(name, ::dup(pack.file->handle()));
-        } else if (go) {
-            pack.file->seek(0);
-            status = backend->write(name, pack.file.get(), pack.size);
+        for (int attempt = 0; go; ++attempt) {
+            if (pack.staged) {
+                status = backend->adopt(name, ::dup(pack.file->handle()));
+            } else {
+                pack.file->seek(0);
+                status = backend->write(name, pack.file.get(), pack.size);
+            }
+            // A connection that broke is made again and the pack sent again,
+            // as often as the connection setting allows; other errors (a
+            // refusal, a full store) would only repeat.
+            if (status.ok() || status.error != Kel::Cloud::Operation::Error::Unreachable ||
+                attempt >= m_settings.retryAttempts || stopping()) {
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(m_settings.retryInterval));
+            Status made;
+            if (auto fresh = m_repository.location().backend(&made)) {
+                backend = std::move(fresh);
+            }
         }
         m_uploadedBytes += quint64(pack.size);
         if (m_settings.uploaded) {
@@ -366,6 +380,12 @@ void RunWriter::uploadLoop()
         }
         m_queueChanged.notify_all();
     }
+}
+
+bool RunWriter::stopping() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_stopping && !m_failure.ok();
 }
 
 Status RunWriter::failed() const

@@ -29,6 +29,10 @@ struct RunSettings
     // that packs cost no memory and nothing is left behind by a crash.
     QString temporaryPath;
     Kel::Streams::BandwidthLimiter* limiter = nullptr;
+    // Uploads that fail because the connection broke are tried again on a
+    // new connection, this many times, this many milliseconds apart.
+    int retryAttempts = 3;
+    int retryInterval = 1000;
     // Counts the bytes uploaded as they go, for the run's progress.
     std::atomic<quint64>* uploaded = nullptr;
 };
@@ -109,6 +113,7 @@ private:
     std::unique_ptr<QFile> temporaryFile(Status* status, bool* staged);
     void uploadLoop();
     Status failed() const;
+    bool stopping() const;
     void fail(const Status& status);
 
     const Repository& m_repository;

@@ -872,6 +872,8 @@ RunResult Archiver::run()
     settings.queuedPacks = settings.uploadThreads;
     settings.limiter = &limiter;
     settings.temporaryPath = m_description.temporaryPath;
+    settings.retryAttempts = m_description.retryAttempts;
+    settings.retryInterval = m_description.retryInterval;
     settings.uploaded = &m_progress.bytesUploaded;
 
     std::unique_ptr<RunWriter> writer;

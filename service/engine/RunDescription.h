@@ -26,8 +26,10 @@ struct RunDescription
     qint64 memoryLimit = 1024 * 1024 * 1024; // the memory setting: a cap, not a target
     qint64 bandwidth = 0;                    // bytes per second to the storage; 0: no limit
     qint64 packSize = 16 * 1024 * 1024;
-    int uploadThreads = 4; // packs wait in temporary files, so uploads cost no memory
-    QString temporaryPath; // where packs are assembled; empty: the system's
+    int uploadThreads = 4;    // packs wait in temporary files, so uploads cost no memory
+    QString temporaryPath;    // where packs are assembled; empty: the system's
+    int retryAttempts = 3;    // the connection setting: uploads tried again
+    int retryInterval = 1000; // milliseconds between
 
     // Retention by age: generations whose newest restore point is older than
     // keepDays are removed after a successful run (0: keep everything).

@@ -583,6 +583,79 @@ TEST_P(EngineFaultTest, ASourceInsideAFilteredFolderIsKept)
     EXPECT_EQ(backup(d).filesRead, 0u) << "the grafted source is compared like any other";
 }
 
+// A storage whose connections break on the first pack writes: the engine
+// makes a new connection and sends the pack again, up to the connection
+// setting's count, then fails with the storage's own reason.
+class BreakingBackend : public Kel::Cloud::Backend
+{
+public:
+    BreakingBackend(std::unique_ptr<Kel::Cloud::Backend> real, std::atomic<int>* breaks)
+        : m_real(std::move(real)), m_breaks(breaks)
+    {
+    }
+    Kel::Cloud::Status check() override { return m_real->check(); }
+    Kel::Cloud::Status listContainers(QList<Kel::Cloud::ObjectInfo>* c) override
+    {
+        return m_real->listContainers(c);
+    }
+    Kel::Cloud::Status list(const QString& p, QList<Kel::Cloud::ObjectInfo>* o) override
+    {
+        return m_real->list(p, o);
+    }
+    Kel::Cloud::Status stat(const QString& n, Kel::Cloud::ObjectInfo* i) override
+    {
+        return m_real->stat(n, i);
+    }
+    Kel::Cloud::Status read(const QString& n, qint64 o, qint64 l, QIODevice* s) override
+    {
+        return m_real->read(n, o, l, s);
+    }
+    Kel::Cloud::Status write(const QString& n, QIODevice* s, qint64 size) override
+    {
+        if (n.contains("/packs/") && (*m_breaks)-- > 0) {
+            return Kel::Cloud::Status::failure(Kel::Cloud::Operation::Error::Unreachable,
+                                               "connection reset by peer");
+        }
+        return m_real->write(n, s, size);
+    }
+    Kel::Cloud::Status remove(const QString& n) override { return m_real->remove(n); }
+
+private:
+    std::unique_ptr<Kel::Cloud::Backend> m_real;
+    std::atomic<int>* m_breaks;
+};
+
+TEST_P(EngineFaultTest, BrokenConnectionsAreTriedAgainThenReported)
+{
+    std::atomic<int> breaks{0};
+    const auto real = location.backend;
+    location.backend =
+        [real, &breaks](Kel::Cloud::Status* status) -> std::unique_ptr<Kel::Cloud::Backend> {
+        return std::make_unique<BreakingBackend>(real(status), &breaks);
+    };
+    const Repository flaky(location);
+    RunDescription d = run(true);
+    d.retryInterval = 1;
+    d.retryAttempts = 2;
+
+    breaks = 2;
+    const RunResult retried = Archiver(flaky, d).run();
+    ASSERT_EQ(retried.outcome, RunResult::Outcome::Success) << retried.message.toStdString();
+
+    breaks = 1000;
+    d.forceFull = true;
+    const RunResult failed = Archiver(flaky, d).run();
+    EXPECT_EQ(failed.outcome, RunResult::Outcome::Failure);
+    EXPECT_EQ(failed.message, "connection reset by peer");
+    QList<Orv::Repository::GenerationInfo> generations;
+    ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+    EXPECT_EQ(generations.size(), 1) << "the failed full backup left no generation";
+
+    const QByteArray to = QFile::encodeName(dir.filePath("out"));
+    ASSERT_TRUE(restore(d, to).ok);
+    EXPECT_EQ(describe(restored(to)), describe(source));
+}
+
 INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
                          [](const auto&) { return std::string("Folder"); });
 
