@@ -847,6 +847,21 @@ public:
     Status flushTrees() { return m_treeWorker->flush(); }
 };
 
+QDateTime RunDescription::Retention::cutoff(const QDateTime& now) const
+{
+    switch (unit) {
+    case Unit::Day:
+        return now.addDays(-count);
+    case Unit::Week:
+        return now.addDays(-7 * qint64(count));
+    case Unit::Month:
+        return now.addMonths(-count);
+    case Unit::Year:
+        return now.addYears(-count);
+    }
+    return now;
+}
+
 Archiver::Archiver(const Orv::Repository::Repository& repository, const RunDescription& description)
     : m_repository(repository), m_description(description)
 {
@@ -957,9 +972,9 @@ RunResult Archiver::run()
     result.bytes = bytes;
     writer.reset();
 
-    if (m_description.keepDays > 0) {
+    if (m_description.retention.count > 0) {
         m_progress.step = int(RunStep::Retention);
-        const QDateTime cutoff = m_description.now().addDays(-m_description.keepDays);
+        const QDateTime cutoff = m_description.retention.cutoff(m_description.now());
         status = m_repository.applyRetention(m_description.planId, cutoff, nullptr);
         if (!status.ok()) {
             ++result.warnings;

@@ -32,8 +32,24 @@ struct RunDescription
     int retryInterval = 1000; // milliseconds between
 
     // Retention by age: generations whose newest restore point is older than
-    // keepDays are removed after a successful run (0: keep everything).
-    int keepDays = 0;
+    // keep count units are removed after a successful run (a count of 0
+    // keeps everything). Months and years are calendar ones.
+    struct Retention
+    {
+        enum class Unit
+        {
+            Day,
+            Week,
+            Month,
+            Year,
+        };
+        int count = 0;
+        Unit unit = Unit::Day;
+
+        // The oldest time a generation's newest point may have to be kept.
+        QDateTime cutoff(const QDateTime& now) const;
+    };
+    Retention retention;
     // The clock of retention; tests move it.
     std::function<QDateTime()> now = [] { return QDateTime::currentDateTimeUtc(); };
 };

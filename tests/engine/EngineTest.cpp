@@ -5,6 +5,7 @@
 #include "orvRepository/Generation.h"
 #include "orvRepository/PointBrowser.h"
 #include "service/engine/Archiver.h"
+#include "service/engine/RestoreTarget.h"
 #include "service/engine/Restorer.h"
 #include "support/AzuritePeer.h"
 #include "support/S3Peer.h"
@@ -363,7 +364,7 @@ TEST_P(EngineFaultTest, RetentionRemovesWholeGenerationsByAge)
     RunDescription d = run(false);
     QDateTime clock = QDateTime::currentDateTimeUtc();
     d.now = [&clock] { return clock; };
-    d.keepDays = 7;
+    d.retention = {1, RunDescription::Retention::Unit::Week};
     ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
     d.forceFull = true;
     clock = clock.addDays(3);
@@ -654,6 +655,115 @@ TEST_P(EngineFaultTest, BrokenConnectionsAreTriedAgainThenReported)
     const QByteArray to = QFile::encodeName(dir.filePath("out"));
     ASSERT_TRUE(restore(d, to).ok);
     EXPECT_EQ(describe(restored(to)), describe(source));
+}
+
+// The restore choices end to end: chosen paths, the original place with
+// each rule for existing files, every algorithm, folders without content
+// left out when asked, and a bunch removed.
+TEST_P(EngineFaultTest, RestoreChoicesAndAlgorithms)
+{
+    for (const char* algorithm : {"aes-128", "aes-192"}) {
+        RunDescription d = run(true);
+        d.algorithm = algorithm;
+        d.keepEmptyFolders = false;
+        d.planId.replace(0, 1, algorithm == QByteArray("aes-128") ? "c" : "d");
+        ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success) << algorithm;
+        const QByteArray to = QFile::encodeName(dir.filePath(algorithm));
+        ASSERT_TRUE(restore(d, to).ok) << algorithm;
+        auto want = describe(source);
+        want.remove("/empty folder");
+        EXPECT_EQ(describe(restored(to)), want) << algorithm;
+        ASSERT_TRUE(repository->removeBunch(d.planId).ok());
+        QList<Orv::Repository::BunchInfo> bunches;
+        ASSERT_TRUE(repository->bunches(&bunches).ok());
+        EXPECT_TRUE(bunches.isEmpty()) << algorithm;
+    }
+
+    const RunDescription d = run(false);
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    RestoreDescription r;
+    r.bunch = d.planId;
+    r.paths = {source + "/deep/level0/level1", source + "/link"};
+    r.target.destination = QFile::encodeName(dir.filePath("chosen"));
+    ASSERT_TRUE(Restorer(*repository, r).run().ok);
+    const auto chosen = describe(restored(r.target.destination));
+    EXPECT_TRUE(chosen.contains("/link"));
+    EXPECT_TRUE(chosen.contains("/deep/level0/level1/level2"));
+    EXPECT_FALSE(chosen.contains("/large.bin"));
+
+    // Back to the original place: a lost file comes back, a changed one stays
+    // unless overwriting, and only-newer replaces only what is older.
+    const QByteArray lost = source + "/text with spaces.txt";
+    const QByteArray changed = source + "/new\nline";
+    QFile::remove(QString::fromLocal8Bit(lost));
+    writeFile(changed, "changed since");
+    struct Row
+    {
+        RestoreTarget::Existing existing;
+        QByteArray newline;
+    };
+    const struct timespec future[2] = {{0, UTIME_OMIT}, {4000000000, 0}};
+    const struct timespec past[2] = {{0, UTIME_OMIT}, {1000, 0}};
+    for (const auto& [existing, expected] :
+         {Row{RestoreTarget::Existing::SkipExisting, "changed since"},
+          Row{RestoreTarget::Existing::OnlyNewer, "changed since"},
+          Row{RestoreTarget::Existing::Overwrite, "newline"}}) {
+        utimensat(AT_FDCWD, changed.constData(), future, 0);
+        RestoreDescription back;
+        back.bunch = d.planId;
+        back.target.existing = existing;
+        ASSERT_TRUE(Restorer(*repository, back).run().ok);
+        QFile file(QString::fromLocal8Bit(changed));
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_EQ(file.readAll(), expected) << int(existing);
+        EXPECT_TRUE(QFile::exists(QString::fromLocal8Bit(lost))) << int(existing);
+    }
+    utimensat(AT_FDCWD, changed.constData(), past, 0);
+    RestoreDescription newer;
+    newer.bunch = d.planId;
+    newer.target.existing = RestoreTarget::Existing::OnlyNewer;
+    writeFile(changed, "older than the backup");
+    utimensat(AT_FDCWD, changed.constData(), past, 0);
+    ASSERT_TRUE(Restorer(*repository, newer).run().ok);
+    QFile file(QString::fromLocal8Bit(changed));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll(), "newline");
+}
+
+// A missing pack and a full restore target: the restore names what it could
+// not write, brings back the rest, and leaves no file half written.
+TEST_P(EngineFaultTest, MissingDataAndAFullTargetAreNamed)
+{
+    const RunDescription d = run(false);
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+
+    const QString small = dir.filePath("small");
+    QDir().mkpath(small);
+    ASSERT_EQ(QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=3m", "tmpfs", small}), 0);
+    const RestoreResult full = restore(d, QFile::encodeName(small));
+    EXPECT_FALSE(full.ok);
+    EXPECT_TRUE(full.message.startsWith("The restore target is full"))
+        << full.message.toStdString();
+    const auto want = describe(source);
+    const auto got = describe(restored(QFile::encodeName(small)));
+    for (auto it = got.cbegin(); it != got.cend(); ++it) {
+        if (!it.value().startsWith("10")) {
+            continue; // only regular files must be whole
+        }
+        EXPECT_EQ(it.value(), want.value(it.key())) << it.key().toStdString();
+    }
+    QProcess::execute("umount", {small});
+
+    const QString pack = largestObject(dir.filePath("storage"));
+    ASSERT_TRUE(QFile::remove(pack));
+    const QByteArray to = QFile::encodeName(dir.filePath("out"));
+    const RestoreResult missing = restore(d, to);
+    EXPECT_FALSE(missing.ok);
+    EXPECT_FALSE(missing.failed.isEmpty());
+    const auto partial = describe(restored(to));
+    EXPECT_EQ(partial.value("/link"), want.value("/link"));
+    EXPECT_EQ(partial.value("/empty"), want.value("/empty"));
+    EXPECT_FALSE(partial.contains("/large.bin"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
