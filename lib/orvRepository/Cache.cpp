@@ -101,15 +101,19 @@ sqlite3_stmt* Cache::prepare(const char* sql)
 qint64 Cache::generation(const QString& gen)
 {
     std::lock_guard lock(m_mutex);
-    sqlite3_stmt* s = prepare("INSERT OR IGNORE INTO generations(name) VALUES(?1)");
-    bindText(s, 1, gen);
-    sqlite3_step(s);
-    sqlite3_finalize(s);
-    s = prepare("SELECT num FROM generations WHERE name = ?1");
-    bindText(s, 1, gen);
-    const qint64 num = sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
-    sqlite3_finalize(s);
-    return num;
+    // Looked up before anything is written, so that readers of a generation
+    // never wait for a run that holds the cache's write lock.
+    for (const char* sql : {"SELECT num FROM generations WHERE name = ?1",
+                            "INSERT INTO generations(name) VALUES(?1) RETURNING num"}) {
+        sqlite3_stmt* s = prepare(sql);
+        bindText(s, 1, gen);
+        const qint64 num = sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
+        sqlite3_finalize(s);
+        if (num >= 0) {
+            return num;
+        }
+    }
+    return -1;
 }
 
 QByteArray Cache::sealedKeys(const QString& gen)

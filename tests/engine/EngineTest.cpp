@@ -17,8 +17,10 @@
 #include <QMap>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <chrono>
 #include <dirent.h>
 #include <fcntl.h>
+#include <future>
 #include <gtest/gtest.h>
 #include <random>
 #include <signal.h>
@@ -29,6 +31,7 @@
 
 using namespace Orv::Engine;
 using Orv::Repository::Repository;
+using Orv::Repository::Status;
 
 namespace {
 
@@ -584,14 +587,14 @@ TEST_P(EngineFaultTest, ASourceInsideAFilteredFolderIsKept)
     EXPECT_EQ(backup(d).filesRead, 0u) << "the grafted source is compared like any other";
 }
 
-// A storage whose connections break on the first pack writes: the engine
-// makes a new connection and sends the pack again, up to the connection
-// setting's count, then fails with the storage's own reason.
-class BreakingBackend : public Kel::Cloud::Backend
+// A storage that asks the test before each pack is written: the answer
+// breaks the connection, or lets the write go on (after the test let it).
+using PackHook = std::function<Kel::Cloud::Status()>;
+class HookedBackend : public Kel::Cloud::Backend
 {
 public:
-    BreakingBackend(std::unique_ptr<Kel::Cloud::Backend> real, std::atomic<int>* breaks)
-        : m_real(std::move(real)), m_breaks(breaks)
+    HookedBackend(std::unique_ptr<Kel::Cloud::Backend> real, PackHook hook)
+        : m_real(std::move(real)), m_hook(std::move(hook))
     {
     }
     Kel::Cloud::Status check() override { return m_real->check(); }
@@ -613,9 +616,11 @@ public:
     }
     Kel::Cloud::Status write(const QString& n, QIODevice* s, qint64 size) override
     {
-        if (n.contains("/packs/") && (*m_breaks)-- > 0) {
-            return Kel::Cloud::Status::failure(Kel::Cloud::Operation::Error::Unreachable,
-                                               "connection reset by peer");
+        if (n.contains("/packs/")) {
+            const Kel::Cloud::Status status = m_hook();
+            if (!status.ok()) {
+                return status;
+            }
         }
         return m_real->write(n, s, size);
     }
@@ -623,17 +628,28 @@ public:
 
 private:
     std::unique_ptr<Kel::Cloud::Backend> m_real;
-    std::atomic<int>* m_breaks;
+    PackHook m_hook;
 };
+
+Orv::Repository::BackendFactory hooked(const Orv::Repository::BackendFactory& real, PackHook hook)
+{
+    return [real, hook](Kel::Cloud::Status* status) -> std::unique_ptr<Kel::Cloud::Backend> {
+        return std::make_unique<HookedBackend>(real(status), hook);
+    };
+}
+
+// The engine makes a new connection when one breaks and sends the pack
+// again, up to the connection setting's count, then fails with the
+// storage's own reason.
 
 TEST_P(EngineFaultTest, BrokenConnectionsAreTriedAgainThenReported)
 {
     std::atomic<int> breaks{0};
-    const auto real = location.backend;
-    location.backend =
-        [real, &breaks](Kel::Cloud::Status* status) -> std::unique_ptr<Kel::Cloud::Backend> {
-        return std::make_unique<BreakingBackend>(real(status), &breaks);
-    };
+    location.backend = hooked(location.backend, [&breaks] {
+        return breaks-- > 0 ? Kel::Cloud::Status::failure(Kel::Cloud::Operation::Error::Unreachable,
+                                                          "connection reset by peer")
+                            : Kel::Cloud::Status::success();
+    });
     const Repository flaky(location);
     RunDescription d = run(true);
     d.retryInterval = 1;
@@ -764,6 +780,44 @@ TEST_P(EngineFaultTest, MissingDataAndAFullTargetAreNamed)
     EXPECT_EQ(partial.value("/link"), want.value("/link"));
     EXPECT_EQ(partial.value("/empty"), want.value("/empty"));
     EXPECT_FALSE(partial.contains("/large.bin"));
+}
+
+// A restore and a listing of a bunch go on while a backup of it runs: the
+// run's open cache transaction makes nobody else wait. The backup is held
+// at its first pack upload until they are done.
+TEST_P(EngineFaultTest, ARestoreRunsWhileABackupOfTheSameBunchDoes)
+{
+    RunDescription d = run(true);
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    std::promise<void> reached;
+    std::promise<void> released;
+    std::shared_future<void> release = released.get_future().share();
+    std::atomic_bool first{true};
+    Orv::Repository::Location held = location;
+    held.backend = hooked(location.backend, [&] {
+        if (first.exchange(false)) {
+            reached.set_value();
+            release.wait();
+        }
+        return Kel::Cloud::Status::success();
+    });
+    const Repository heldRepository(held);
+    d.forceFull = true;
+    d.uploadThreads = 1;
+    RunResult second;
+    std::thread running([&] { second = Archiver(heldRepository, d).run(); });
+    reached.get_future().wait();
+
+    const QByteArray to = QFile::encodeName(dir.filePath("out"));
+    const RestoreResult r = restore(d, to);
+    QList<Orv::Repository::GenerationInfo> generations;
+    const Status listed = repository->generations(d.planId, &generations);
+    released.set_value();
+    running.join();
+    ASSERT_TRUE(r.ok) << r.message.toStdString();
+    EXPECT_TRUE(listed.ok());
+    EXPECT_EQ(describe(restored(to)), describe(source));
+    EXPECT_EQ(second.outcome, RunResult::Outcome::Success) << second.message.toStdString();
 }
 
 INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
