@@ -8,13 +8,25 @@ namespace Orv::Repository {
 
 namespace {
 
+// A cache of another layout is dropped and made again: the storage holds
+// everything it held.
+constexpr int kCacheVersion = 2;
+
+const char* const kDrop = R"(
+DROP TABLE IF EXISTS generations;
+DROP TABLE IF EXISTS points;
+DROP TABLE IF EXISTS packs;
+DROP TABLE IF EXISTS blobs;
+)";
+
 const char* const kSchema = R"(
 PRAGMA journal_mode=WAL;
 PRAGMA synchronous=NORMAL;
 CREATE TABLE IF NOT EXISTS generations(
   num INTEGER PRIMARY KEY, name TEXT UNIQUE NOT NULL, keys BLOB);
 CREATE TABLE IF NOT EXISTS points(
-  gen INTEGER NOT NULL, name TEXT NOT NULL, PRIMARY KEY(gen, name)) WITHOUT ROWID;
+  gen INTEGER NOT NULL, name TEXT NOT NULL, record BLOB NOT NULL,
+  PRIMARY KEY(gen, name)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS packs(
   gen INTEGER NOT NULL, name BLOB NOT NULL, PRIMARY KEY(gen, name)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS blobs(
@@ -65,6 +77,17 @@ std::unique_ptr<Cache> Cache::open(const QString& path, QString* error)
         return nullptr;
     }
     sqlite3_busy_timeout(cache->m_db, 30000);
+    sqlite3_stmt* version = cache->prepare("PRAGMA user_version");
+    const int found = sqlite3_step(version) == SQLITE_ROW ? sqlite3_column_int(version, 0) : 0;
+    sqlite3_finalize(version);
+    if (found != kCacheVersion &&
+        (!cache->exec(kDrop) ||
+         !cache->exec(QByteArray("PRAGMA user_version = " + QByteArray::number(kCacheVersion))
+                          .constData()))) {
+        *error = QStringLiteral("Cannot renew the repository cache %1: %2")
+                     .arg(path, QString::fromUtf8(sqlite3_errmsg(cache->m_db)));
+        return nullptr;
+    }
     if (!cache->exec(kSchema)) {
         *error = QStringLiteral("Cannot prepare the repository cache %1: %2")
                      .arg(path, QString::fromUtf8(sqlite3_errmsg(cache->m_db)));
@@ -169,15 +192,28 @@ QStringList Cache::points(const QString& gen)
     return names;
 }
 
-void Cache::addPoint(const QString& gen, const QString& point)
+void Cache::addPoint(const QString& gen, const QString& point, const QByteArray& record)
 {
     const qint64 num = generation(gen);
     std::lock_guard lock(m_mutex);
-    sqlite3_stmt* s = prepare("INSERT OR IGNORE INTO points VALUES(?1, ?2)");
+    sqlite3_stmt* s = prepare("INSERT OR REPLACE INTO points VALUES(?1, ?2, ?3)");
     sqlite3_bind_int64(s, 1, num);
     bindText(s, 2, point);
+    bindBytes(s, 3, record);
     sqlite3_step(s);
     sqlite3_finalize(s);
+}
+
+QByteArray Cache::pointRecord(const QString& gen, const QString& point)
+{
+    std::lock_guard lock(m_mutex);
+    sqlite3_stmt* s = prepare("SELECT p.record FROM points p JOIN generations g ON p.gen = g.num "
+                              "WHERE g.name = ?1 AND p.name = ?2");
+    bindText(s, 1, gen);
+    bindText(s, 2, point);
+    const QByteArray record = sqlite3_step(s) == SQLITE_ROW ? columnBytes(s, 0) : QByteArray();
+    sqlite3_finalize(s);
+    return record;
 }
 
 bool Cache::findBlob(qint64 gen, const QByteArray& id, BlobLocation* location)

@@ -44,7 +44,10 @@ public:
     void forget(const QString& gen);
 
     QStringList points(const QString& gen);
-    void addPoint(const QString& gen, const QString& point);
+    // A restore point known to be loaded, with its record as stored, so that
+    // later opens need not read it again.
+    void addPoint(const QString& gen, const QString& point, const QByteArray& record);
+    QByteArray pointRecord(const QString& gen, const QString& point);
 
     bool findBlob(qint64 gen, const QByteArray& id, BlobLocation* location);
     void putBlob(qint64 gen, const QByteArray& pack, const Kel::Archive::BlobEntry& entry);

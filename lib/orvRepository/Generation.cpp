@@ -145,8 +145,13 @@ Status Generation::sync()
     BlobCodec codec(m_keys, false);
     m_points.clear();
     for (const Kel::Cloud::ObjectInfo& object : objects) {
-        QByteArray bytes;
-        status = backend->read(object.name, 0, -1, &bytes);
+        // Points loaded before come from the cache; only new ones are read.
+        const bool loaded = known.contains(lastPart(object.name));
+        QByteArray bytes =
+            loaded ? m_cache->pointRecord(m_record.id, lastPart(object.name)) : QByteArray();
+        if (bytes.isEmpty()) {
+            status = backend->read(object.name, 0, -1, &bytes);
+        }
         if (!status.ok()) {
             return status;
         }
@@ -177,7 +182,7 @@ Status Generation::sync()
                 }
             }
             m_cache->commit();
-            m_cache->addPoint(m_record.id, point.id);
+            m_cache->addPoint(m_record.id, point.id, bytes);
         }
         m_points.append(point);
     }

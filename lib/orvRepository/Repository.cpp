@@ -91,10 +91,17 @@ Status Repository::generations(const QString& bunch, QList<GenerationInfo>* gene
     if (!status.ok()) {
         return status;
     }
+    QString error;
+    std::unique_ptr<Cache> cache = openCache(bunch, &error);
     QMap<QString, QList<PointInfo>> byGeneration;
     for (const auto& object : points) {
-        QByteArray bytes;
-        status = backend->read(object.name, 0, -1, &bytes);
+        // The cache holds the records of points it loaded; others are read.
+        QByteArray bytes = cache ? cache->pointRecord(object.name.section('/', -2, -2),
+                                                      object.name.section('/', -1))
+                                 : QByteArray();
+        if (bytes.isEmpty()) {
+            status = backend->read(object.name, 0, -1, &bytes);
+        }
         if (!status.ok()) {
             return status;
         }
@@ -113,8 +120,6 @@ Status Repository::generations(const QString& bunch, QList<GenerationInfo>* gene
         info.errors = record.errors;
         byGeneration[info.generation].append(info);
     }
-    QString error;
-    std::unique_ptr<Cache> cache = openCache(bunch, &error);
     for (auto it = byGeneration.begin(); it != byGeneration.end(); ++it) {
         QByteArray bytes;
         GenerationRecord record;

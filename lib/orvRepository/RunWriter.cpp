@@ -475,7 +475,8 @@ Status RunWriter::commit(const QByteArray& root, const Totals& totals, PointReco
         abort();
         return status;
     }
-    status = backend->write(layout.point(m_settings.bunch, gen, m_runId), record.encode(codec));
+    const QByteArray encoded = record.encode(codec);
+    status = backend->write(layout.point(m_settings.bunch, gen, m_runId), encoded);
     if (!status.ok()) {
         abort();
         return status;
@@ -486,7 +487,7 @@ Status RunWriter::commit(const QByteArray& root, const Totals& totals, PointReco
     }
     cache.commit();
     m_inTransaction = false;
-    cache.addPoint(gen, m_runId);
+    cache.addPoint(gen, m_runId, encoded);
     if (point) {
         *point = record;
     }
