@@ -129,16 +129,16 @@ public:
 
     ~Pipeline() { finish(); }
 
+    // Small chunks (small files) travel in batches, so that the threads hand
+    // over work, and wake each other, once per batch rather than per file.
+    // Only the reading thread calls submit, drain, flush and finish.
     void submit(QByteArray data, std::shared_ptr<FileSlot> slot, int index)
     {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait(lock, [&] {
-            return !m_failure.ok() || m_inFlight == 0 || m_inFlight + cost(data) <= m_limit;
-        });
-        m_inFlight += cost(data);
-        ++m_pending;
-        m_jobs.push_back({std::move(data), std::move(slot), index});
-        m_changed.notify_all();
+        m_batchCost += cost(data);
+        m_batch.push_back({std::move(data), std::move(slot), index});
+        if (m_batchCost >= kBatchBytes || m_batch.size() >= kBatchItems) {
+            pushBatch();
+        }
     }
 
     // A buffer for a chunk of the given size, from those the workers gave
@@ -168,6 +168,7 @@ public:
     // Waits until every submitted chunk is stored.
     Status drain()
     {
+        pushBatch();
         std::unique_lock lock(m_mutex);
         m_changed.wait(lock, [&] { return m_pending == 0; });
         return m_failure;
@@ -192,6 +193,7 @@ public:
     // Stores what is left, flushes every worker's pack, ends the threads.
     Status finish()
     {
+        pushBatch();
         {
             std::lock_guard lock(m_mutex);
             m_closing = true;
@@ -211,12 +213,39 @@ private:
     // What a chunk holds of memory: its buffer's room, not just its bytes.
     static qint64 cost(const QByteArray& data) { return std::max(data.capacity(), data.size()); }
 
-    struct Job
+    // A batch closes at this many bytes or chunks.
+    static constexpr qint64 kBatchBytes = 256 * 1024;
+    static constexpr std::size_t kBatchItems = 64;
+
+    struct Item
     {
         QByteArray data;
         std::shared_ptr<FileSlot> slot;
         int index;
     };
+    struct Job
+    {
+        std::vector<Item> items;
+        qint64 cost = 0;
+    };
+
+    void pushBatch()
+    {
+        if (m_batch.empty()) {
+            return;
+        }
+        Job job{std::move(m_batch), m_batchCost};
+        m_batch = {};
+        m_batchCost = 0;
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [&] {
+            return !m_failure.ok() || m_inFlight == 0 || m_inFlight + job.cost <= m_limit;
+        });
+        m_inFlight += job.cost;
+        ++m_pending;
+        m_jobs.push_back(std::move(job));
+        m_changed.notify_all();
+    }
 
     void loop(RunWriter::Worker& worker)
     {
@@ -249,17 +278,24 @@ private:
             const bool skip = !m_failure.ok();
             lock.unlock();
             Status status;
-            if (!skip) {
-                QByteArray id;
-                status = worker.store(BlobType::Data, job.data, &id);
-                job.slot->set(job.index, std::move(id));
+            std::vector<QByteArray> spares;
+            for (Item& item : job.items) {
+                if (!skip && status.ok()) {
+                    QByteArray id;
+                    status = worker.store(BlobType::Data, item.data, &id);
+                    item.slot->set(item.index, std::move(id));
+                }
+                if (item.data.capacity() >= kPooled && item.data.isDetached()) {
+                    spares.push_back(std::move(item.data));
+                }
             }
-            const qint64 size = cost(job.data);
-            QByteArray spare = std::move(job.data);
+            const qint64 size = job.cost;
             job = Job();
             lock.lock();
-            if (spare.capacity() >= kPooled && m_spare.size() < 3 && spare.isDetached()) {
-                m_spare.push_back(std::move(spare));
+            for (QByteArray& spare : spares) {
+                if (m_spare.size() < 3) {
+                    m_spare.push_back(std::move(spare));
+                }
             }
             if (!status.ok() && m_failure.ok()) {
                 m_failure = status;
@@ -280,6 +316,8 @@ private:
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<Job> m_jobs;
+    std::vector<Item> m_batch; // the reading thread's own, not yet handed over
+    qint64 m_batchCost = 0;
     std::vector<QByteArray> m_spare;
     qint64 m_inFlight = 0;
     int m_pending = 0;
