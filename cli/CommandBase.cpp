@@ -108,9 +108,15 @@ bool CommandBase::initProcess(const QStringList& words)
 void CommandBase::addOption(const QCommandLineOption& option, bool logValue)
 {
     optionNames().append(option.names());
-    m_parser.addOption(option);
+    addLocalOption(option);
     if (logValue)
         m_optionsForLog.append(option.names());
+}
+
+void CommandBase::addLocalOption(const QCommandLineOption& option)
+{
+    m_parser.addOption(option);
+    m_options.append(option);
 }
 
 QString CommandBase::joinedNames(const QCommandLineOption& option)

@@ -43,6 +43,9 @@ public:
     bool initProcess(const QStringList& words);
 
     void addOption(const QCommandLineOption& option, bool logValue = false);
+    // The options this command takes, in the order its help lists them; the
+    // completion and the manual page are generated from them.
+    QList<QCommandLineOption> options() const { return m_options; }
 
     bool setOptionalOption(const QCommandLineOption& option, QVariant& out);
     bool setMandatoryOption(const QCommandLineOption& option, QVariant& out);
@@ -72,6 +75,9 @@ signals:
 
 protected:
     static QString joinedNames(const QCommandLineOption& option);
+    // An option of this command alone: unlike addOption(), its names are not
+    // taken as option words for the whole tree.
+    void addLocalOption(const QCommandLineOption& option);
 
     QCommandLineParser m_parser;
     QMap<QString, QSharedPointer<CommandBase>> m_subItems;
@@ -86,6 +92,7 @@ private:
     // command: the same short name is a plain value in one command and a
     // secret in another.
     QStringList m_optionsForLog;
+    QList<QCommandLineOption> m_options;
     QString m_name;
     QString m_description;
     bool m_viewItemsHelp = true;

@@ -24,7 +24,10 @@ class SignalBridge;
 // can connect at once, and then opens the database and loads the
 // configuration; typed commands are asked to try later until that is done.
 // SIGTERM and SIGINT stop it cleanly: socket and pid file removed, database
-// closed, exit status 0.
+// closed, exit status 0. SIGHUP reads the settings and the installation record
+// again and reopens the log file, so that an outside log rotation needs no
+// copy. Under systemd (Type=notify) it says when it is ready, reloading and
+// stopping; elsewhere those notices go nowhere.
 class Service : public QObject
 {
     Q_OBJECT
@@ -36,6 +39,11 @@ public:
     // the event loop; if it fails, the loop ends with a non-zero status.
     bool start(QString* error);
 
+    // Opens the log file the settings ask for. When no file can be written
+    // the reason goes to standard error (the journal under systemd), and so
+    // do the log lines from then on, instead of nowhere.
+    static void applyLogging();
+
     HandlerRegistry& handlers() { return m_registry; }
     SocketServer& server() { return m_server; }
 
@@ -44,6 +52,7 @@ private:
     bool openDatabase(QString* error);
     void closeDatabase();
     void onSignal(int signalNumber);
+    void reload();
     void stop(int exitCode);
     void shutdown();
 

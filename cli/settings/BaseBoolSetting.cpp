@@ -11,7 +11,7 @@ BaseBoolSetting::BaseBoolSetting(const QString& name, const QString& description
       m_option(QStringLiteral("enable"), optionDescription, valueName)
 {
     if (isSet())
-        m_parser.addOption(m_option);
+        addLocalOption(m_option);
 }
 
 int BaseBoolSetting::process(const QStringList& args)
