@@ -47,6 +47,7 @@ void sendNamedStatus(const QString& name, const QJsonObject& params, QObject* co
     const auto judge = [command, done, failed] {
         command->deleteLater();
         try {
+            throwIfOutcomeUnknown(command);
             namedReplyData(command);
         } catch (const QString& message) {
             failed(message);

@@ -31,6 +31,18 @@ inline const QString kInvalidResponse =
 inline const QString kReplyFormatError = QStringLiteral("Local command reply format error");
 inline const QString kRetryWarning =
     QStringLiteral("GetConnection command return need retry... timeout 1 min");
+// A request that changes an account reached the service, which then closed
+// the connection without answering: the change may have been made.
+inline const QString kAccountOutcomeUnknown = QStringLiteral(
+    "The backup service closed the connection before answering: whether the change was made "
+    "is unknown. Check with \"account list\" before trying again.\n");
+
+// Throws kAccountOutcomeUnknown when the command ended so.
+template <typename Command> void throwIfOutcomeUnknown(const Command* command)
+{
+    if (command->isError() && command->isOutcomeUnknown())
+        throw kAccountOutcomeUnknown;
+}
 
 // The request document of a named command: {"params": params}.
 QJsonDocument namedRequest(const QJsonObject& params);
@@ -75,9 +87,10 @@ void sendTyped(const QUuid& commandId, QSharedPointer<TypedCommand::Request> req
 // Judges a finished named command and returns the object under "data".
 QJsonObject namedReplyData(ICommand* command);
 
-// Sends a named command whose reply tells nothing but whether it worked:
-// done() or failed(message) runs, in context's thread, when the exchange
-// ends. A command that cannot be sent throws like sendNamed().
+// Sends a named command that changes an account and whose reply tells
+// nothing but whether it worked: done() or failed(message) runs, in
+// context's thread, when the exchange ends. A command that cannot be sent
+// throws like sendNamed().
 void sendNamedStatus(const QString& name, const QJsonObject& params, QObject* context,
                      const std::function<void()>& done,
                      const std::function<void(const QString&)>& failed,

@@ -3,6 +3,7 @@
 #include "kelCore/KelDebug.h"
 
 #include <QString>
+#include <cstdio>
 
 namespace Orv::CLI {
 
@@ -11,6 +12,14 @@ namespace Orv::CLI {
 inline void print(const QString& text)
 {
     KelDebug("").output() << text;
+}
+
+// A warning beside a command's own output: standard error, so that what the
+// command prints on standard output stays as it is.
+inline void warn(const QString& text)
+{
+    std::fputs(text.toLocal8Bit().constData(), stderr);
+    std::fflush(stderr);
 }
 
 } // namespace Orv::CLI

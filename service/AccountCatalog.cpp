@@ -1,11 +1,14 @@
 #include "service/AccountCatalog.h"
 
+#include "kelCloud/Types.h"
 #include "kelCore/AtomicFile.h"
 #include "orvCommon/Communication/Format.h"
 
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
+#include <cstdio>
+#include <utility>
 
 namespace Orv::Service {
 
@@ -18,7 +21,9 @@ std::optional<QJsonObject> accountRecord(const QByteArray& contents, QString* er
     QJsonParseError parseError{};
     const QJsonDocument document = QJsonDocument::fromJson(contents, &parseError);
     if (parseError.error != QJsonParseError::NoError) {
-        *error = parseError.errorString();
+        *error = QStringLiteral("it is not JSON (%1 at offset %2)")
+                     .arg(parseError.errorString())
+                     .arg(parseError.offset);
         return std::nullopt;
     }
     if (!document.isObject()) {
@@ -30,6 +35,13 @@ std::optional<QJsonObject> accountRecord(const QByteArray& contents, QString* er
         *error = QStringLiteral("the account record has no ID");
         return std::nullopt;
     }
+    const QJsonValue type = record.value(QLatin1String(Reply::Type));
+    if (Kel::Cloud::typeFromValue(type.toInt()) == Kel::Cloud::Type::Unknown) {
+        *error = type.isDouble()
+                     ? QStringLiteral("the account type %1 is unknown").arg(type.toDouble())
+                     : QStringLiteral("the account record has no type number");
+        return std::nullopt;
+    }
     return record;
 }
 
@@ -38,6 +50,48 @@ std::optional<QJsonObject> accountRecord(const QByteArray& contents, QString* er
 AccountCatalog::AccountCatalog(const QString& folder)
     : m_folder(folder, QStringLiteral(".json"), &accountRecord)
 {
+}
+
+QJsonArray AccountCatalog::records()
+{
+    QJsonArray rows = m_folder.rows();
+    if (!std::exchange(m_reported, true)) {
+        // Once, at the first listing: the log may not be where the
+        // administrator starting the service looks.
+        const QJsonArray files = damaged();
+        for (const QJsonValue& file : files)
+            std::fprintf(stderr, "orvd: skipping the damaged account file %s: %s\n",
+                         qPrintable(file[QLatin1String(Reply::DamagedFile)].toString()),
+                         qPrintable(file[QLatin1String(Reply::DamagedReason)].toString()));
+    }
+    return rows;
+}
+
+QJsonArray AccountCatalog::damaged()
+{
+    m_folder.rows();
+    QJsonArray files;
+    const QMap<QString, QString> skipped = m_folder.skipped();
+    for (auto it = skipped.cbegin(); it != skipped.cend(); ++it)
+        files.append(QJsonObject{
+            {QLatin1String(Reply::DamagedFile), QDir(m_folder.path()).filePath(it.key())},
+            {QLatin1String(Reply::DamagedReason), it.value()}});
+    return files;
+}
+
+bool AccountCatalog::removeDamaged(const QUuid& id, QString* error)
+{
+    if (id.isNull())
+        return false;
+    m_folder.rows();
+    const QMap<QString, QString> skipped = m_folder.skipped();
+    for (auto it = skipped.cbegin(); it != skipped.cend(); ++it) {
+        if (QUuid(it.key().chopped(int(qstrlen(".json")))) != id)
+            continue;
+        *error = removeFiles({QDir(m_folder.path()).filePath(it.key())});
+        return true;
+    }
+    return false;
 }
 
 std::optional<QJsonObject> AccountCatalog::find(const QUuid& id)

@@ -103,8 +103,11 @@ void ConfigFolder::refresh(const QMap<QString, Stamp>& stamps, const FolderWatch
         // its stamp, so what the watch names is read again regardless.
         const bool reusable = known != m_entries.cend() && known->stamp == it.value() &&
                               !changes.unknown && !changes.names.contains(it.key());
-        Entry entry{it.value(), {}};
-        entry.row = reusable ? known->row : load(it.key(), it.value());
+        Entry entry{it.value(), {}, {}};
+        if (reusable)
+            entry = *known;
+        else
+            entry.row = load(it.key(), it.value(), &entry.problem);
         if (entry.row)
             rows.append(*entry.row);
         entries.insert(it.key(), entry);
@@ -115,23 +118,30 @@ void ConfigFolder::refresh(const QMap<QString, Stamp>& stamps, const FolderWatch
     ++m_generation;
 }
 
-std::optional<QJsonObject> ConfigFolder::load(const QString& fileName, const Stamp& stamp) const
+QMap<QString, QString> ConfigFolder::skipped() const
+{
+    QMap<QString, QString> files;
+    for (auto it = m_entries.cbegin(); it != m_entries.cend(); ++it)
+        if (!it->row)
+            files.insert(it.key(), it->problem);
+    return files;
+}
+
+std::optional<QJsonObject> ConfigFolder::load(const QString& fileName, const Stamp& stamp,
+                                              QString* problem) const
 {
     const QString filePath = QDir(m_path).filePath(fileName);
-    if (stamp.size > kMaxFileSize) {
-        qCWarning(lcConfig).noquote() << "Skipping" << filePath << "- it is" << stamp.size
-                                      << "bytes, too large for a configuration file";
-        return std::nullopt;
-    }
+    std::optional<QJsonObject> row;
     QFile file(filePath);
-    if (!file.open(QIODevice::ReadOnly)) {
-        qCWarning(lcConfig).noquote() << "Skipping" << filePath << "-" << file.errorString();
-        return std::nullopt;
-    }
-    QString error;
-    std::optional<QJsonObject> row = m_parser(file.readAll(), &error);
+    if (stamp.size > kMaxFileSize)
+        *problem =
+            QStringLiteral("it is %1 bytes, too large for a configuration file").arg(stamp.size);
+    else if (!file.open(QIODevice::ReadOnly))
+        *problem = file.errorString();
+    else
+        row = m_parser(file.readAll(), problem);
     if (!row)
-        qCWarning(lcConfig).noquote() << "Skipping" << filePath << "-" << error;
+        qCWarning(lcConfig).noquote() << "Skipping" << filePath << "-" << *problem;
     return row;
 }
 

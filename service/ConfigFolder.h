@@ -40,6 +40,9 @@ public:
     // Changes whenever rows() gives something new, so that callers can keep
     // what they derive from the rows until then.
     quint64 generation() const { return m_generation; }
+    // The files rows() left out, by file name, with the reason; as of the
+    // last call of rows().
+    QMap<QString, QString> skipped() const;
 
 private:
     struct Stamp
@@ -55,11 +58,13 @@ private:
     {
         Stamp stamp;
         std::optional<QJsonObject> row;
+        QString problem;
     };
 
     QMap<QString, Stamp> scan();
     void refresh(const QMap<QString, Stamp>& stamps, const FolderWatch::Changes& changes);
-    std::optional<QJsonObject> load(const QString& fileName, const Stamp& stamp) const;
+    std::optional<QJsonObject> load(const QString& fileName, const Stamp& stamp,
+                                    QString* problem) const;
     void reportFolderProblem(const QString& problem);
 
     QString m_path;

@@ -35,7 +35,7 @@ void Dispatcher::dispatch(const QJsonObject& message, RequestContext context,
         dispatchNotification(message, context);
     else
         qCWarning(lcRequest).noquote() << "Connection" << context.connectionId
-                                       << "sent a message of unknown type" << type.left(64);
+                                       << "sent a message of unknown type" << echoedName(type);
 }
 
 void Dispatcher::dispatchNamed(const QJsonObject& message, const RequestContext& context,
@@ -44,16 +44,18 @@ void Dispatcher::dispatchNamed(const QJsonObject& message, const RequestContext&
     const QString command = message.value(QLatin1String(Header::Command)).toString();
     const NamedResponder responder(sink, command, message.value(QLatin1String(Header::Id)),
                                    context.sessionId);
-    qCDebug(lcRequest).noquote() << "Request" << command << "on connection" << context.connectionId;
+    qCDebug(lcRequest).noquote() << "Request" << echoedName(command) << "on connection"
+                                 << context.connectionId;
 
     const QJsonValue params = message.value(QLatin1String(Header::Params));
     if (!params.isObject() && !params.isUndefined() && !params.isNull()) {
-        responder.failure(QStringLiteral("The parameters of %1 are not an object").arg(command));
+        responder.failure(
+            QStringLiteral("The parameters of %1 are not an object").arg(echoedName(command)));
         return;
     }
     const HandlerRegistry::AsyncNamedHandler* found = m_registry.named(command);
     if (!found) {
-        responder.failure(QStringLiteral("Unknown command '%1'").arg(command.left(200)));
+        responder.failure(QStringLiteral("Unknown command '%1'").arg(echoedName(command)));
         return;
     }
     // A copy: the handler may register or replace handlers while it runs.
@@ -73,7 +75,7 @@ void Dispatcher::dispatchTyped(const QJsonObject& message, const RequestContext&
     const QString commandText = message.value(QLatin1String(Header::CommandId)).toString();
     const QUuid commandId(commandText);
     const HandlerRegistry::TypedEntry* found = m_registry.typed(commandId);
-    const QString name = found ? found->definition->name() : commandText.left(64);
+    const QString name = found ? found->definition->name() : echoedName(commandText);
     const TypedResponder responder(sink, name, message.value(QLatin1String(Header::Id)));
     qCDebug(lcRequest).noquote() << "Typed request" << name << "on connection"
                                  << context.connectionId;
@@ -114,7 +116,7 @@ void Dispatcher::dispatchNotification(const QJsonObject& message,
     const QString typeText = data.value(QLatin1String(Header::NotificationType)).toString();
     const HandlerRegistry::NotificationHandler* found = m_registry.notification(QUuid(typeText));
     if (!found) {
-        qCDebug(lcRequest).noquote() << "No handler for notification" << typeText.left(64)
+        qCDebug(lcRequest).noquote() << "No handler for notification" << echoedName(typeText)
                                      << "from connection" << context.connectionId;
         return;
     }

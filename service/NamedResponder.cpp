@@ -13,7 +13,8 @@ class NamedResponder::State
 {
 public:
     State(ReplySink sink, const QString& command, const QJsonValue& id, const QString& sessionId)
-        : m_sink(std::move(sink)), m_command(command), m_id(id), m_sessionId(sessionId)
+        : m_sink(std::move(sink)), m_command(echoedName(command)), m_id(echoedId(id)),
+          m_sessionId(echoedName(sessionId))
     {
     }
 
@@ -30,7 +31,7 @@ public:
         m_answered = true;
         if (!outcome.isSuccess())
             qCWarning(lcRequest).noquote()
-                << "Command" << m_command << "failed:" << outcome.errorString();
+                << "Command" << m_command << "failed:" << boundedMessage(outcome.errorString());
         QByteArray frame = reply(outcome);
         if (frame.size() - Communication::kFrameHeaderSize >
             static_cast<qint64>(Communication::kMaxFrameSize)) {
@@ -57,7 +58,7 @@ private:
             {QLatin1String(Header::Status::Key),
              QLatin1String(outcome.isSuccess() ? Header::Status::Value::Success
                                                : Header::Status::Value::Error)},
-            {QLatin1String(Header::Status::ErrorString), outcome.errorString()},
+            {QLatin1String(Header::Status::ErrorString), boundedMessage(outcome.errorString())},
         };
         return outcome.data().frameWith(envelope, Header::Data);
     }

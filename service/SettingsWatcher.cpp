@@ -8,6 +8,7 @@
 #include "service/ServiceLog.h"
 
 #include <QDir>
+#include <cstdio>
 
 namespace Orv::Service {
 
@@ -54,8 +55,32 @@ SettingsWatcher::SettingsWatcher(QObject* parent) : QObject(parent)
             QOverload<>::of(&QTimer::start));
 }
 
+void SettingsWatcher::reportDamage(bool atStart)
+{
+    const DefaultSettings* store = DefaultSettings::instance();
+    const DefaultSettings::FileState state = store->fileState();
+    if (state == m_reportedState)
+        return;
+    m_reportedState = state;
+    QString problem;
+    if (state == DefaultSettings::FileState::Corrupt)
+        problem = QStringLiteral("is damaged");
+    else if (state == DefaultSettings::FileState::Unreadable)
+        problem = QStringLiteral("cannot be read");
+    else
+        return;
+    const QString text =
+        QStringLiteral("The settings file %1 %2; the defaults apply until it is repaired")
+            .arg(store->filePath(), problem);
+    qCWarning(lcConfig).noquote() << text;
+    // At start-up the administrator may be watching the terminal, not the log.
+    if (atStart)
+        std::fprintf(stderr, "orvd: %s\n", qPrintable(text));
+}
+
 bool SettingsWatcher::start()
 {
+    reportDamage(true);
     m_applied = Values::current();
     Common::applyNetworkSettings();
     const QString folder = Defines::AppPath::to().config();
@@ -90,6 +115,7 @@ void SettingsWatcher::applyLogging()
 void SettingsWatcher::reload()
 {
     DefaultSettings::instance()->reload();
+    reportDamage(false);
     const Values now = Values::current();
     if (!now.sameLogging(m_applied)) {
         qCInfo(lcConfig).noquote() << "Logging changes to level" << Kel::logLevelName(now.level)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kelCore/LogManager.h"
+#include "orvCommon/DefaultSettings.h"
 
 #include <QFileSystemWatcher>
 #include <QObject>
@@ -44,10 +45,14 @@ private:
     };
 
     void reload();
+    // Logs a damaged or unreadable settings file once per change of its
+    // state, and at start-up also on standard error.
+    void reportDamage(bool atStart);
 
     QFileSystemWatcher m_watcher;
     QTimer m_settle;
     Values m_applied;
+    DefaultSettings::FileState m_reportedState = DefaultSettings::FileState::Valid;
 };
 
 } // namespace Orv::Service

@@ -1,7 +1,10 @@
 #include "service/StorageAccountHandler.h"
 
 #include "kelCloud/Config.h"
+#include "kelCloud/Operation.h"
 #include "kelCloud/Types.h"
+#include "kelNetwork/GlobalConfig.h"
+#include "orvCommon/AppPath.h"
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/SaveStorage.h"
 #include "orvCommon/Installation.h"
@@ -56,8 +59,41 @@ QString nameTakenBy(AccountCatalog& catalog, const QString& name, const QUuid& i
 
 } // namespace
 
+void StorageAccountHandler::installCheck(HandlerRegistry& registry)
+{
+    // The service's own connections trust what the administrator trusted.
+    Kel::Network::GlobalConfig::instance()->setTrustedCertificatesPath(
+        Orv::Defines::AppPath::to().trustedCertificatesFile());
+    registry.addNamedAsync(
+        QLatin1String(Format::Storage::Check::Name),
+        [](const QJsonObject& params, const RequestContext&, const NamedResponder& responder) {
+            namespace Request = Format::Storage::Check::Request;
+            using Kel::Cloud::Operation;
+            using Kel::Cloud::OperationManager;
+            const QString kind = params.value(QLatin1String(Request::Operation)).toString();
+            const QVariantMap config =
+                params.value(QLatin1String(Request::Config)).toObject().toVariantMap();
+            Operation* operation = nullptr;
+            if (kind == QLatin1String(Request::CheckConfig))
+                operation = OperationManager::checkConfig(config);
+            else if (kind == QLatin1String(Request::ListContainers))
+                operation = OperationManager::listContainers(config);
+            if (!operation) {
+                responder.failure(
+                    QStringLiteral("Unknown storage operation '%1'").arg(echoedName(kind)));
+                return;
+            }
+            operation->setAutoDelete(true);
+            QObject::connect(operation, &Operation::finished, operation, [operation, responder] {
+                responder.success(
+                    {{QLatin1String(Format::Storage::Check::Reply::Outcome), operation->toJson()}});
+            });
+        });
+}
+
 void StorageAccountHandler::install(HandlerRegistry& registry)
 {
+    installCheck(registry);
     registry.addTyped<SaveStorage>([this](const SaveStorage::Request& request,
                                           const RequestContext&) {
         const Kel::Cloud::Type type = Kel::Cloud::typeFromValue(request.type());
@@ -124,6 +160,17 @@ void StorageAccountHandler::install(HandlerRegistry& registry)
                 params.value(QLatin1String(Format::Storage::DeleteFileSystem::Request::ID))
                     .toString());
             const std::optional<QJsonObject> stored = m_catalog.find(id);
+            QString damagedError;
+            // A file that cannot be read as an account goes by the ID it is
+            // named after; which storage it was for is unknown, so the managed
+            // edition leaves it to its provider.
+            if (!stored && !isManaged() && m_catalog.removeDamaged(id, &damagedError)) {
+                if (!damagedError.isEmpty())
+                    return NamedOutcome::failure(QStringLiteral("Cannot delete the account: ") +
+                                                 damagedError);
+                qCInfo(lcService).noquote() << "Damaged account file deleted:" << id.toString();
+                return NamedOutcome::success();
+            }
             if (!stored)
                 return NamedOutcome::failure(
                     QStringLiteral("Error: specified account doesn't exist.\n"));

@@ -10,10 +10,11 @@ class HandlerRegistry;
 class RepositorySync;
 class StorageState;
 
-// Saving and deleting storage accounts: the typed SaveStorage and the named
-// "StorageDeleteFileSystem". The command line has checked the configuration
-// against the storage before it asks; here the record is completed, its
-// secrets sealed and the file written. Deleting removes the account's
+// Checking, saving and deleting storage accounts: the named "StorageCheck",
+// the typed SaveStorage and the named "StorageDeleteFileSystem". The command
+// line has the service check a configuration against the storage (with the
+// certificates the administrator trusts) before it asks to save it; here the
+// record is completed, its secrets sealed and the file written. Deleting removes the account's
 // configuration and what the service remembers of its storage, never the
 // backup data in the storage. A managed installation keeps only file-system
 // accounts under the client's control.
@@ -31,6 +32,8 @@ public:
     void install(HandlerRegistry& registry);
 
 private:
+    static void installCheck(HandlerRegistry& registry);
+
     AccountCatalog& m_catalog;
     StorageState& m_state;
     const RepositorySync& m_sync;

@@ -87,7 +87,11 @@ const EncodedJson& StorageConnectionHandler::namedData()
     QJsonArray records;
     for (const QJsonValue& value : stored)
         records.append(publicRecord(value.toObject(), false));
-    m_namedData = EncodedJson({{QLatin1String(GetConnection::Reply::Key), records}});
+    QJsonObject data{{QLatin1String(GetConnection::Reply::Key), records}};
+    const QJsonArray damaged = m_catalog.damaged();
+    if (!damaged.isEmpty())
+        data.insert(QLatin1String(GetConnection::Reply::Damaged), damaged);
+    m_namedData = EncodedJson(data);
     m_generations = generations;
     return m_namedData;
 }

@@ -13,7 +13,7 @@ class TypedResponder::State
 {
 public:
     State(ReplySink sink, const QString& name, const QJsonValue& id)
-        : m_sink(std::move(sink)), m_name(name), m_id(id)
+        : m_sink(std::move(sink)), m_name(echoedName(name)), m_id(echoedId(id))
     {
     }
 
@@ -30,7 +30,7 @@ public:
         m_answered = true;
         if (outcome.status() == TypedOutcome::Command::Failed)
             qCWarning(lcRequest).noquote()
-                << "Command" << m_name << "failed:" << outcome.errorMessage();
+                << "Command" << m_name << "failed:" << boundedMessage(outcome.errorMessage());
         QByteArray frame = reply(outcome);
         if (frame.size() - Communication::kFrameHeaderSize >
             static_cast<qint64>(Communication::kMaxFrameSize)) {
@@ -53,7 +53,7 @@ private:
             {QLatin1String(Header::Type::Key), QLatin1String(Header::Type::ReplyV2)},
             {QLatin1String(Header::Id), m_id},
             {QLatin1String(Header::Status::Key), outcome.status()},
-            {QLatin1String(Header::ErrorMessage), outcome.errorMessage()},
+            {QLatin1String(Header::ErrorMessage), boundedMessage(outcome.errorMessage())},
         };
         return outcome.response().frameWith(envelope, Header::TypedResponse);
     }

@@ -7,7 +7,8 @@ namespace Orv::CLI {
 
 // Fetches every account record from the service ("StorageGetConnection").
 // The exchange ends with finished() or error(message); the object deletes
-// itself afterwards.
+// itself afterwards. Account files the service had to skip are named on
+// standard error.
 class AccountList : public QObject
 {
     Q_OBJECT
@@ -27,6 +28,8 @@ private slots:
     void onAccountListResult();
 
 private:
+    static void warnAboutDamagedFiles(const QJsonArray& files);
+
     QJsonArray m_accounts;
 };
 

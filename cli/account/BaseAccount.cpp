@@ -9,6 +9,7 @@
 #include "UpdateAccount.h"
 #include "kelCloud/Config.h"
 #include "kelCloud/Signature.h"
+#include "kelCore/SmallFile.h"
 #include "maintenance/Ssl.h"
 #include "orvCommon/BackendConfig.h"
 #include "orvCommon/Communication/Format.h"
@@ -27,7 +28,6 @@ namespace Config = Kel::Cloud::Config;
 namespace Reply = Orv::Common::Communication::Commands::Format::Storage::GetConnection::Reply;
 using GetConnection = Orv::Common::Communication::V2::GetConnection;
 using Kel::Cloud::Operation;
-using Kel::Cloud::OperationManager;
 using Kel::Cloud::Type;
 using Kel::Network::Ssl::Certificate;
 using Signature = Kel::Cloud::Info::AmazonS3Like::Signature;
@@ -278,26 +278,48 @@ bool BaseAccount::checkPath(const QString& path)
 
 std::optional<QString> BaseAccount::convertPathToPrivateKey(const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    // Far beyond any real key, PEM or JSON.
+    constexpr qint64 kMaxKeyFileSize = 64 * 1024;
+    QByteArray contents;
+    switch (Kel::Core::SmallFile::read(path, kMaxKeyFileSize, &contents)) {
+    case Kel::Core::SmallFile::Outcome::Read:
+        return QString::fromUtf8(contents);
+    case Kel::Core::SmallFile::Outcome::CannotOpen:
         print(QStringLiteral("Can't open file: %1\n").arg(path));
-        return std::nullopt;
+        break;
+    case Kel::Core::SmallFile::Outcome::NotRegular:
+        print(QStringLiteral("Can't open file: %1 (it is not a regular file)\n").arg(path));
+        break;
+    case Kel::Core::SmallFile::Outcome::TooLarge:
+        print(QStringLiteral("Can't open file: %1 (it is larger than 64 KiB, which no key is)\n")
+                  .arg(path));
+        break;
     }
-    return QString::fromUtf8(file.readAll());
+    return std::nullopt;
 }
 
-BaseAccount::OperationPointer BaseAccount::runOperation(Start start, const char* step) const
+BaseAccount::OperationPointer BaseAccount::runOperation(const char* kind, const char* step)
 {
+    namespace Check = Orv::Common::Communication::Commands::Format::Storage::Check;
+    // The service runs the check with the storage backends, which the command
+    // line does not carry; retries against a slow storage may take minutes.
+    constexpr int kCheckTimeoutMs = 15 * 60 * 1000;
     QElapsedTimer timer;
     timer.start();
-    OperationPointer operation(start(backendConfig()));
-    if (!operation)
-        return operation;
-    if (!operation->isFinished()) {
-        QEventLoop loop;
-        connect(operation.get(), &Operation::finished, &loop, &QEventLoop::quit);
-        loop.exec();
+    QJsonObject data;
+    try {
+        data = CommandChannel::blockingExchange(
+            QLatin1String(Check::Name),
+            {{QLatin1String(Check::Request::Operation), QLatin1String(kind)},
+             {QLatin1String(Check::Request::Config), QJsonObject::fromVariantMap(backendConfig())}},
+            kCheckTimeoutMs);
+    } catch (const QString& message) {
+        qCInfo(lcAccount).noquote() << step << timer.elapsed() << "ms, not run:" << message;
+        fail(message);
+        return nullptr;
     }
+    OperationPointer operation(
+        Operation::fromJson(data.value(QLatin1String(Check::Reply::Outcome)).toObject()));
     qCInfo(lcAccount).noquote() << step << timer.elapsed() << "ms," << operation->error();
     return operation;
 }
@@ -312,12 +334,11 @@ void BaseAccount::keepConfigChanges(const Operation& operation)
 bool BaseAccount::checkConfig()
 {
     for (;;) {
-        const OperationPointer operation =
-            runOperation(&OperationManager::checkConfig, "Configuration check:");
-        if (!operation) {
-            fail(kCheckFailed + QStringLiteral("the check cannot run"));
+        const OperationPointer operation = runOperation(
+            Orv::Common::Communication::Commands::Format::Storage::Check::Request::CheckConfig,
+            "Configuration check:");
+        if (!operation)
             return false;
-        }
         switch (operation->error()) {
         case Operation::Error::None:
             keepConfigChanges(*operation);
@@ -339,12 +360,11 @@ bool BaseAccount::checkConfig()
 bool BaseAccount::listContainers()
 {
     for (;;) {
-        const OperationPointer operation =
-            runOperation(&OperationManager::listContainers, "Container listing:");
-        if (!operation) {
-            fail(QStringLiteral("Can't load containers. Operation does not exist.\n"));
+        const OperationPointer operation = runOperation(
+            Orv::Common::Communication::Commands::Format::Storage::Check::Request::ListContainers,
+            "Container listing:");
+        if (!operation)
             return false;
-        }
         switch (operation->error()) {
         case Operation::Error::None:
             keepConfigChanges(*operation);

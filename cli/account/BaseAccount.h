@@ -128,10 +128,11 @@ private:
         void operator()(QObject* object) const { object->deleteLater(); }
     };
     using OperationPointer = std::unique_ptr<Kel::Cloud::Operation, LaterDeleter>;
-    using Start = Kel::Cloud::Operation* (*)(const QVariantMap& config);
-    // Starts the operation on the configuration and runs it to its end on a
-    // local event loop; the log gets the step's duration.
-    OperationPointer runOperation(Start start, const char* step) const;
+    // Has the service run the operation ("check" or "list") on the
+    // configuration and waits for it on a local event loop; the log gets the
+    // step's duration. Null, after the reason was printed, when the service
+    // could not be asked.
+    OperationPointer runOperation(const char* kind, const char* step);
     // Takes what the library learnt into the configuration (a refresh token
     // for the one-time authorisation code it used), so that later steps and
     // the saved account use it.

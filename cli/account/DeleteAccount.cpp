@@ -31,7 +31,12 @@ void DeleteAccount::exec()
         const QString notRegistered = QStringLiteral("Communication command don't registered.\n");
         if (!Orv::Common::Communication::Registry::isNamedCommand(QLatin1String(Delete::Name)))
             throw notRegistered;
-        const QJsonObject account = Sync::getConnectionByNameOrId(m_nameOrId);
+        QJsonObject account = Sync::getConnectionByNameOrId(m_nameOrId);
+        // An ID the list does not hold may name a damaged account file,
+        // which only the service can find: it answers the same refusal for
+        // an ID that names nothing.
+        if (account.isEmpty() && !SHARED::defines::common::is_tarn() && !QUuid(m_nameOrId).isNull())
+            account.insert(QLatin1String(Reply::ID), QUuid(m_nameOrId).toString());
         if (account.isEmpty())
             throw QStringLiteral("Error: specified account doesn't exist.\n");
         if (SHARED::defines::common::is_tarn() &&

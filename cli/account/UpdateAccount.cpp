@@ -43,6 +43,7 @@ void UpdateAccount::onSaveResult()
     QScopedPointer<CommandChannel::TypedCommand, QScopedPointerDeleteLater> command(
         qobject_cast<CommandChannel::TypedCommand*>(sender()));
     try {
+        CommandChannel::throwIfOutcomeUnknown(command.data());
         if (!CommandChannel::typedResponse<SaveStorage::Response>(command.data(), this,
                                                                   [this] { exec(); }))
             return;

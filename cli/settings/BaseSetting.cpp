@@ -1,6 +1,7 @@
 #include "BaseSetting.h"
 
 #include "Console.h"
+#include "orvCommon/DefaultSettings.h"
 
 #include <QCoreApplication>
 
@@ -30,7 +31,29 @@ int BaseSetting::process(const QStringList& args)
 bool BaseSetting::exec()
 {
     createLogInfo();
+    if (!isSet())
+        warnIfStoreUnusable();
     return isSet() ? setOption() : getOption();
+}
+
+void BaseSetting::warnIfStoreUnusable()
+{
+    const DefaultSettings* store = DefaultSettings::instance();
+    switch (store->fileState()) {
+    case DefaultSettings::FileState::Corrupt:
+        warn(QStringLiteral("Warning: the settings file %1 is damaged; the values shown are the "
+                            "defaults. The next change keeps it as %1.corrupt and starts anew.\n")
+                 .arg(store->filePath()));
+        break;
+    case DefaultSettings::FileState::Unreadable:
+        warn(QStringLiteral("Warning: the settings file %1 cannot be read; the values shown are "
+                            "the defaults.\n")
+                 .arg(store->filePath()));
+        break;
+    case DefaultSettings::FileState::Missing:
+    case DefaultSettings::FileState::Valid:
+        break;
+    }
 }
 
 bool BaseSetting::outputResult(bool ok)

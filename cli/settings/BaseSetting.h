@@ -54,6 +54,9 @@ protected:
     static QString stateName(bool enabled);
 
 private:
+    // A get shows defaults for a store it cannot use; it says so on stderr.
+    static void warnIfStoreUnusable();
+
     SettingCommandType m_type;
 };
 

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QJsonArray>
+#include <QJsonObject>
 #include <QObject>
 #include <QString>
 #include <QVariantMap>
@@ -63,6 +64,13 @@ public:
     // When on, the operation deletes itself (deleteLater) after finished().
     void setAutoDelete(bool autoDelete) { m_autoDelete = autoDelete; }
     bool autoDelete() const { return m_autoDelete; }
+
+    // A finished operation as JSON, and back: for an operation that one
+    // process runs on behalf of another.
+    QJsonObject toJson() const;
+    // A finished operation holding what object records (an unknown error when
+    // object does not hold an operation).
+    static Operation* fromJson(const QJsonObject& object, QObject* parent = nullptr);
 
 signals:
     void finished();

@@ -9,7 +9,6 @@
 #include <QDateTime>
 #include <QLocale>
 #include <QSet>
-#include <QThread>
 #include <curl/curl.h>
 
 namespace Kel::Cloud {
@@ -142,7 +141,7 @@ QList<QByteArray> S3Client::headersFor(const Request& request) const
     return headers;
 }
 
-S3Client::Outcome S3Client::attempt(const Request& request, Response* response, Status* status)
+HttpTransport::Outcome S3Client::attempt(const Request& request, Response* response, Status* status)
 {
     HttpTransport::Request exchange;
     exchange.method = request.method;
@@ -159,32 +158,30 @@ S3Client::Outcome S3Client::attempt(const Request& request, Response* response, 
         };
     }
     const HttpTransport::Outcome outcome = m_transport.perform(exchange, response, status);
-    if (outcome != HttpTransport::Outcome::Done)
-        return outcome == HttpTransport::Outcome::Retry ? Outcome::Retry : Outcome::Failed;
-    if (response->status >= 200 && response->status < 300)
-        return Outcome::Done;
+    if (outcome != HttpTransport::Outcome::Done ||
+        (response->status >= 200 && response->status < 300))
+        return outcome;
     *status = httpFailure(request, *response);
-    return HttpTransport::isRetriedStatus(response->status) ? Outcome::Retry : Outcome::Failed;
+    return HttpTransport::isRetriedStatus(response->status) ? HttpTransport::Outcome::Retry
+                                                            : HttpTransport::Outcome::Failed;
 }
 
 Status S3Client::send(const Request& request, Response* response)
 {
     bool regionFollowed = false;
-    for (int attempt = 0;; ++attempt) {
-        Status status;
-        const Outcome outcome = this->attempt(request, response, &status);
-        if (outcome == Outcome::Done)
-            return status;
-        if (outcome == Outcome::Failed && !regionFollowed && followRegion(*response)) {
-            regionFollowed = true;
-            --attempt;
-            continue;
-        }
-        if (outcome == Outcome::Failed || attempt >= m_settings.retryAttempts)
-            return status;
-        QThread::msleep(static_cast<unsigned long>(
-            HttpTransport::waitBefore(attempt, *response, m_settings.retryInterval)));
-    }
+    return HttpTransport::repeat(m_settings.retryAttempts, m_settings.retryInterval, response,
+                                 [&](Response* answer, Status* status) {
+                                     HttpTransport::Outcome outcome =
+                                         attempt(request, answer, status);
+                                     // A bucket of another region is asked again at once, signed
+                                     // for it: that is no repeat.
+                                     if (outcome == HttpTransport::Outcome::Failed &&
+                                         !regionFollowed && followRegion(*answer)) {
+                                         regionFollowed = true;
+                                         outcome = attempt(request, answer, status);
+                                     }
+                                     return outcome;
+                                 });
 }
 
 bool S3Client::followRegion(const Response& response)

@@ -64,14 +64,7 @@ public:
     QByteArray url(const Request& request) const;
 
 private:
-    enum class Outcome
-    {
-        Done,
-        Retry,
-        Failed
-    };
-
-    Outcome attempt(const Request& request, Response* response, Status* status);
+    HttpTransport::Outcome attempt(const Request& request, Response* response, Status* status);
     QList<QByteArray> headersFor(const Request& request) const;
     QString authority(const Request& request) const;
     QByteArray path(const Request& request) const;

@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QThread>
@@ -60,10 +61,23 @@ bool logLevelFromName(const QString& name, LogLevel* level)
     return false;
 }
 
+QString clipped(const QString& text, int limit)
+{
+    if (text.size() <= limit)
+        return text;
+    return text.left(limit) + QStringLiteral("...[cut, %1 characters in all]").arg(text.size());
+}
+
 LogManager* LogManager::instance()
 {
     static LogManager manager;
     return &manager;
+}
+
+LogManager::~LogManager()
+{
+    QMutexLocker lock(&m_mutex);
+    flushRepeatsLocked();
 }
 
 void LogManager::setLogPath(const QString& path)
@@ -208,9 +222,42 @@ QByteArray LogManager::formatLine(QtMsgType type, const char* category,
 
 void LogManager::write(QtMsgType type, const char* category, const QString& message)
 {
+    static const QElapsedTimer clock = [] {
+        QElapsedTimer started;
+        started.start();
+        return started;
+    }();
     QMutexLocker lock(&m_mutex);
     if (!accepts(type))
         return;
+    const QString text = clipped(message, kMaxMessageChars);
+    const qint64 now = clock.elapsed();
+    const bool again = type == m_lastType && text == m_lastMessage &&
+                       qstrcmp(category ? category : "", m_lastCategory.constData()) == 0;
+    if (again && now - m_lastWrittenMs < kRepeatWindowMs) {
+        ++m_repeats;
+        return;
+    }
+    flushRepeatsLocked();
+    emitLocked(type, category, text);
+    m_lastType = type;
+    m_lastCategory = category ? QByteArray(category) : QByteArray("");
+    m_lastMessage = text;
+    m_lastWrittenMs = now;
+}
+
+void LogManager::flushRepeatsLocked()
+{
+    if (m_repeats == 0)
+        return;
+    const int repeats = m_repeats;
+    m_repeats = 0;
+    emitLocked(m_lastType, m_lastCategory.constData(),
+               QStringLiteral("(the line before came %1 more time(s))").arg(repeats));
+}
+
+void LogManager::emitLocked(QtMsgType type, const char* category, const QString& message)
+{
     const QByteArray line = formatLine(type, category, message);
     if (m_outToStream)
         ::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);

@@ -15,14 +15,27 @@ QStringList logLevelNames();
 bool logLevelFromName(const QString& name, LogLevel* level);
 QString logLevelName(LogLevel level);
 
+// A value as it may go into a log line or a message: text longer than limit
+// characters is cut there, with a mark that tells it was and how long it was.
+QString clipped(const QString& text, int limit = 256);
+
 // Process-wide log sink. Every Qt message (qDebug, qInfo, qWarning, qCritical
 // and their categorised forms) is routed here once init() has run, and written
 // as one line to "<logPath>/<appPrefix>.log". Lines are written with a single
 // append so that several processes can share a file without tearing lines.
+//
+// Nobody can flood the file away: a message is cut to kMaxMessageChars, and
+// a line identical to the one before it, within kRepeatWindowMs of its last
+// written copy, is only counted; the count is written once another line comes
+// or the window has passed.
 class LogManager
 {
 public:
+    static constexpr int kMaxMessageChars = 8192;
+    static constexpr qint64 kRepeatWindowMs = 10000;
+
     static LogManager* instance();
+    ~LogManager();
 
     void setVerbose(bool verbose) { m_verbose = verbose; }
     void setAppPrefix(const QString& prefix) { m_appPrefix = prefix; }
@@ -54,6 +67,8 @@ private:
                                const QString& message);
     bool accepts(QtMsgType type) const;
     QByteArray formatLine(QtMsgType type, const char* category, const QString& message) const;
+    void emitLocked(QtMsgType type, const char* category, const QString& message);
+    void flushRepeatsLocked();
     bool openFileLocked();
     void rotateLocked();
     void purgeOldFilesLocked();
@@ -72,6 +87,12 @@ private:
     qint64 m_maxFileSize = 10 * 1024 * 1024;
     qint64 m_fileSize = 0;
     int m_fd = -1;
+    // The last line written, and how often it came again since.
+    QtMsgType m_lastType = QtDebugMsg;
+    QByteArray m_lastCategory;
+    QString m_lastMessage;
+    qint64 m_lastWrittenMs = 0;
+    int m_repeats = 0;
 };
 
 } // namespace Kel

@@ -116,6 +116,8 @@ QHash<QString, QString> defaultValues()
         {QLatin1String(RetentionDeleteLastVersion), QStringLiteral("true")},
         {QLatin1String(RetentionUseBackupDate), QStringLiteral("false")},
         {QLatin1String(ShowAllAccounts), QStringLiteral("false")},
+        {QLatin1String(ClientFrameTimeout), QStringLiteral("30")},
+        {QLatin1String(ClientIdleTimeout), QStringLiteral("600")},
     };
 }
 
@@ -309,6 +311,8 @@ ORV_SETTING_ACCESSORS(RetentionNumberOfVersions)
 ORV_SETTING_ACCESSORS(RetentionDeleteLastVersion)
 ORV_SETTING_ACCESSORS(RetentionUseBackupDate)
 ORV_SETTING_ACCESSORS(ShowAllAccounts)
+ORV_SETTING_ACCESSORS(ClientFrameTimeout)
+ORV_SETTING_ACCESSORS(ClientIdleTimeout)
 
 #undef ORV_SETTING_ACCESSORS
 

@@ -115,6 +115,10 @@ public:
     bool setRetentionUseBackupDate(const QString& value);
     QString getShowAllAccounts() const;
     bool setShowAllAccounts(const QString& value);
+    QString getClientFrameTimeout() const;
+    bool setClientFrameTimeout(const QString& value);
+    QString getClientIdleTimeout() const;
+    bool setClientIdleTimeout(const QString& value);
 
     static QString getDefaultGlacierQueueSize();
     static QString getDefaultThreadCount();

@@ -31,6 +31,10 @@ inline constexpr char RetentionDeleteLastVersion[] = "RetentionDeleteLastVersion
 inline constexpr char RetentionUseBackupDate[] = "RetentionUseBackupDate";
 // "true" offers the deprecated account types too when accounts are added.
 inline constexpr char ShowAllAccounts[] = "ShowAllAccounts";
+// Seconds orvd gives a client to finish a request it started sending (or to
+// read an answer it was sent), and to stay connected with nothing in flight.
+inline constexpr char ClientFrameTimeout[] = "ClientFrameTimeout";
+inline constexpr char ClientIdleTimeout[] = "ClientIdleTimeout";
 } // namespace Orv::SettingsKeys
 
 namespace Orv {

@@ -2,6 +2,7 @@
 // order, with which words, in both variants. None of these runs reaches a
 // storage.
 
+#include "support/FakeOrvd.h"
 #include "support/Sandbox.h"
 
 #include <gtest/gtest.h>
@@ -142,6 +143,26 @@ TEST(AccountOptions, WithoutTheServiceEveryRequestEndsInAnError)
         EXPECT_FALSE(result.out.contains("Success"));
     }
     EXPECT_FALSE(sandbox.exists(QStringLiteral("config/accounts")));
+}
+
+// A change the service received and then left unanswered, closing the
+// connection, may have been made: the administrator is told so, and how to
+// check, rather than led to make it twice.
+TEST(AccountOptions, AChangeLeftUnansweredIsOfUnknownOutcome)
+{
+    Sandbox sandbox;
+    const OrvTest::FakeOrvd fake(sandbox.socketPath(), QStringLiteral("close-on-change"));
+    ASSERT_TRUE(fake.isListening());
+    for (const QString& line :
+         {QStringLiteral("account add filesystem --name A -f ") + sandbox.root(),
+          QStringLiteral("account delete --id 11111111-2222-3333-4444-555555555555 -c")}) {
+        SCOPED_TRACE(line.toStdString());
+        const RunResult result = sandbox.run(words(line));
+        EXPECT_EQ(result.exitCode, 255);
+        EXPECT_TRUE(result.out.contains("whether the change was made is unknown. Check with "
+                                        "\"account list\" before trying again."))
+            << result.out.constData();
+    }
 }
 
 TEST(AccountOptions, EachVariantOffersItsAccountTypes)

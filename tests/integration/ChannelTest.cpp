@@ -78,10 +78,35 @@ public:
         settle();
     }
 
+    enum class Ending
+    {
+        None,
+        Complete,
+        Error,
+        Timeout,
+        Several
+    };
+    Ending ending() const
+    {
+        if (total() != 1)
+            return total() == 0 ? Ending::None : Ending::Several;
+        return complite ? Ending::Complete : error ? Ending::Error : Ending::Timeout;
+    }
+
     int complite = 0;
     int error = 0;
     int timeout = 0;
 };
+using Ending = Endings::Ending;
+
+// Sends the command and waits for its end: exactly one of the three signals.
+template <typename Command> Ending runToEnd(Command& command, int limitMs = 20000)
+{
+    command.exec();
+    Endings endings(&command);
+    endings.wait(limitMs);
+    return endings.ending();
+}
 
 std::unique_ptr<ICommand> namedPlanList(const QString& profile, int timeoutMs = 20000)
 {
@@ -176,11 +201,7 @@ TEST_F(ChannelTest, RealServiceAnswersThePlanListInBothKinds)
 
     const auto named = namedPlanList(QStringLiteral("tester"));
     ASSERT_TRUE(named);
-    named->exec();
-    Endings namedEnd(named.get());
-    namedEnd.wait();
-    EXPECT_EQ(namedEnd.complite, 1);
-    EXPECT_EQ(namedEnd.total(), 1);
+    EXPECT_EQ(runToEnd(*named), Ending::Complete);
     EXPECT_TRUE(named->isComplite());
     EXPECT_FALSE(named->isReplyError()) << named->replyErrorString().toStdString();
     const QJsonArray rows = namedPlanRows(*named);
@@ -191,11 +212,7 @@ TEST_F(ChannelTest, RealServiceAnswersThePlanListInBothKinds)
 
     const auto typed = typedPlanList(QStringLiteral("tester"));
     ASSERT_TRUE(typed);
-    typed->exec();
-    Endings typedEnd(typed.get());
-    typedEnd.wait();
-    EXPECT_EQ(typedEnd.complite, 1);
-    EXPECT_EQ(typedEnd.total(), 1);
+    EXPECT_EQ(runToEnd(*typed), Ending::Complete);
     EXPECT_EQ(typed->status(), V2::Command::Done) << typed->errorMessage().toStdString();
     const auto response = typedResponse(*typed);
     ASSERT_TRUE(response);
@@ -273,22 +290,16 @@ TEST_F(ChannelTest, UnreadableRepliesEndWithAnErrorAndTheNextRequestReconnects)
         const auto fake = startFake(QLatin1String(mode));
 
         const auto named = namedPlanList(QStringLiteral("p"));
-        named->exec();
-        Endings namedEnd(named.get());
-        namedEnd.wait();
-        EXPECT_EQ(namedEnd.error, 1);
-        EXPECT_EQ(namedEnd.total(), 1);
+        EXPECT_EQ(runToEnd(*named), Ending::Error);
         EXPECT_TRUE(named->isError());
         EXPECT_FALSE(named->isComplite());
         EXPECT_TRUE(named->reply().isNull());
         EXPECT_FALSE(named->errorString().isEmpty());
+        // The service read the request and may have acted on it.
+        EXPECT_TRUE(named->isOutcomeUnknown());
 
         const auto typed = typedPlanList(QStringLiteral("p"));
-        typed->exec();
-        Endings typedEnd(typed.get());
-        typedEnd.wait();
-        EXPECT_EQ(typedEnd.error, 1);
-        EXPECT_EQ(typedEnd.total(), 1);
+        EXPECT_EQ(runToEnd(*typed), Ending::Error);
         EXPECT_TRUE(typed->isError());
         EXPECT_EQ(typed->status(), V2::Command::Failed);
         EXPECT_FALSE(typed->errorMessage().isEmpty());
@@ -304,21 +315,12 @@ TEST_F(ChannelTest, RefusalsCarryTheServiceMessage)
     const auto fake = startFake(QStringLiteral("failed"), {QStringLiteral("--message"), message});
 
     const auto named = namedPlanList(QStringLiteral("p"));
-    named->exec();
-    Endings namedEnd(named.get());
-    namedEnd.wait();
-    EXPECT_EQ(namedEnd.complite, 1);
-    EXPECT_EQ(namedEnd.total(), 1);
-    EXPECT_TRUE(named->isComplite());
+    EXPECT_EQ(runToEnd(*named), Ending::Complete);
     EXPECT_TRUE(named->isReplyError());
     EXPECT_EQ(named->replyErrorString(), message);
 
     const auto typed = typedPlanList(QStringLiteral("p"));
-    typed->exec();
-    Endings typedEnd(typed.get());
-    typedEnd.wait();
-    EXPECT_EQ(typedEnd.complite, 1);
-    EXPECT_EQ(typedEnd.total(), 1);
+    EXPECT_EQ(runToEnd(*typed), Ending::Complete);
     EXPECT_EQ(typed->status(), V2::Command::Failed);
     EXPECT_EQ(typed->errorMessage(), message);
     EXPECT_FALSE(typed->response());
@@ -329,21 +331,13 @@ TEST_F(ChannelTest, RepliesOfTheWrongShapeCompleteWithoutUsableData)
     const auto fake = startFake(QStringLiteral("non-object"));
 
     const auto named = namedPlanList(QStringLiteral("p"));
-    named->exec();
-    Endings namedEnd(named.get());
-    namedEnd.wait();
-    EXPECT_EQ(namedEnd.complite, 1);
-    EXPECT_EQ(namedEnd.total(), 1);
+    EXPECT_EQ(runToEnd(*named), Ending::Complete);
     EXPECT_FALSE(named->isReplyError());
     EXPECT_TRUE(named->reply().isObject());
     EXPECT_FALSE(named->reply().object().value(key(Header::Data)).isObject());
 
     const auto typed = typedPlanList(QStringLiteral("p"));
-    typed->exec();
-    Endings typedEnd(typed.get());
-    typedEnd.wait();
-    EXPECT_EQ(typedEnd.complite, 1);
-    EXPECT_EQ(typedEnd.total(), 1);
+    EXPECT_EQ(runToEnd(*typed), Ending::Complete);
     EXPECT_EQ(typed->status(), V2::Command::Done);
     EXPECT_FALSE(typed->response()) << "a response without its plan list must not be handed out";
 }
@@ -355,11 +349,7 @@ TEST_F(ChannelTest, TryLaterCompletesEachTimeUntilTheServiceAnswers)
     QList<int> statuses;
     for (int attempt = 0; attempt < 5; ++attempt) {
         const auto typed = typedPlanList(QStringLiteral("p"));
-        typed->exec();
-        Endings end(typed.get());
-        end.wait();
-        ASSERT_EQ(end.complite, 1);
-        ASSERT_EQ(end.total(), 1);
+        ASSERT_EQ(runToEnd(*typed), Ending::Complete);
         statuses.append(typed->status());
         if (typed->status() != V2::Command::TryLater) {
             const auto response = typedResponse(*typed);
@@ -380,19 +370,9 @@ TEST_F(ChannelTest, SilenceEndsWithTimeoutAndALateReplyGoesNowhere)
         const auto fake = startFake(QStringLiteral("silent"));
         const auto named = namedPlanList(QStringLiteral("p"), 100);
         const auto typed = typedPlanList(QStringLiteral("p"), 100);
-        named->exec();
-        typed->exec();
-        Endings namedEnd(named.get());
-        Endings typedEnd(typed.get());
-        namedEnd.wait();
-        typedEnd.wait();
-        EXPECT_EQ(namedEnd.timeout, 1);
-        EXPECT_EQ(namedEnd.total(), 1);
-        EXPECT_TRUE(named->isTimeout());
-        EXPECT_FALSE(named->isError());
+        EXPECT_EQ(runToEnd(*named), Ending::Timeout);
         EXPECT_FALSE(named->errorString().isEmpty());
-        EXPECT_EQ(typedEnd.timeout, 1);
-        EXPECT_EQ(typedEnd.total(), 1);
+        EXPECT_EQ(runToEnd(*typed), Ending::Timeout);
         EXPECT_EQ(typed->status(), V2::Command::Failed);
         EXPECT_FALSE(typed->errorMessage().isEmpty());
     }
@@ -409,10 +389,7 @@ TEST_F(ChannelTest, SilenceEndsWithTimeoutAndALateReplyGoesNowhere)
     ASSERT_EQ(earlyEnd.timeout, 1);
 
     const auto later = namedPlanList(QStringLiteral("later"));
-    later->exec();
-    Endings laterEnd(later.get());
-    laterEnd.wait();
-    EXPECT_EQ(laterEnd.complite, 1);
+    EXPECT_EQ(runToEnd(*later), Ending::Complete);
     EXPECT_EQ(rowName(namedPlanRows(*later), 0), QStringLiteral("later"));
     EXPECT_EQ(earlyEnd.total(), 1);
     EXPECT_TRUE(early->isTimeout());
@@ -430,22 +407,14 @@ TEST_F(ChannelTest, AnOversizedRequestFailsAloneAndTheOthersCarryOn)
     settle();
 
     const auto oversized = namedPlanList(QString(17 * 1024 * 1024, QLatin1Char('x')));
-    oversized->exec();
-    Endings oversizedEnd(oversized.get());
-    oversizedEnd.wait();
-    EXPECT_EQ(oversizedEnd.error, 1);
-    EXPECT_EQ(oversizedEnd.total(), 1);
+    EXPECT_EQ(runToEnd(*oversized), Ending::Error);
     EXPECT_EQ(waitingEnd.total(), 0) << "an exchange in flight was ended by another's request";
 
     // The next request releases the held answer to the first.
     const auto next = namedPlanList(QStringLiteral("next"));
-    next->exec();
-    Endings nextEnd(next.get());
-    nextEnd.wait();
+    EXPECT_EQ(runToEnd(*next), Ending::Complete);
     waitingEnd.wait();
-    EXPECT_EQ(nextEnd.complite, 1);
-    EXPECT_EQ(waitingEnd.complite, 1);
-    EXPECT_EQ(waitingEnd.total(), 1);
+    EXPECT_EQ(waitingEnd.ending(), Ending::Complete);
     EXPECT_EQ(rowName(namedPlanRows(*waiting), 0), QStringLiteral("waiting"));
     EXPECT_EQ(fake->received().size(), 2);
 }
@@ -469,16 +438,12 @@ TEST_F(ChannelTest, NoServiceEndsWithAnErrorThroughTheEventLoop)
         EXPECT_FALSE(endedInsideExec);
         Endings namedEnd(named.get());
         namedEnd.wait(30000);
-        EXPECT_EQ(namedEnd.error, 1);
-        EXPECT_EQ(namedEnd.total(), 1);
+        EXPECT_EQ(namedEnd.ending(), Ending::Error);
         EXPECT_EQ(named->errorString(), QStringLiteral("The backup service is not running"));
+        EXPECT_FALSE(named->isOutcomeUnknown()) << "nothing was sent";
 
         const auto typed = typedPlanList(QStringLiteral("p"), 60000);
-        typed->exec();
-        Endings typedEnd(typed.get());
-        typedEnd.wait(30000);
-        EXPECT_EQ(typedEnd.error, 1);
-        EXPECT_EQ(typedEnd.total(), 1);
+        EXPECT_EQ(runToEnd(*typed, 30000), Ending::Error);
         EXPECT_EQ(typed->status(), V2::Command::Failed);
         EXPECT_EQ(typed->errorMessage(), QStringLiteral("The backup service is not running"));
     }
@@ -499,22 +464,14 @@ TEST_F(ChannelTest, ServiceDeathEndsTheWaitingExchangeAndARestartIsReachedAgain)
     EXPECT_EQ(waitingEnd.total(), 0);
     EXPECT_EQ(sandbox.stopService(SIGKILL), -1);
     waitingEnd.wait(30000);
-    EXPECT_EQ(waitingEnd.error, 1);
-    EXPECT_EQ(waitingEnd.total(), 1);
+    EXPECT_EQ(waitingEnd.ending(), Ending::Error);
 
     const auto next = typedPlanList(QStringLiteral("p"), 60000);
-    next->exec();
-    Endings nextEnd(next.get());
-    nextEnd.wait(30000);
-    EXPECT_EQ(nextEnd.error, 1);
-    EXPECT_EQ(nextEnd.total(), 1);
+    EXPECT_EQ(runToEnd(*next, 30000), Ending::Error);
 
     ASSERT_TRUE(sandbox.startService());
     const auto again = typedPlanList(QStringLiteral("p"));
-    again->exec();
-    Endings againEnd(again.get());
-    againEnd.wait();
-    EXPECT_EQ(againEnd.complite, 1);
+    EXPECT_EQ(runToEnd(*again), Ending::Complete);
     EXPECT_EQ(again->status(), V2::Command::Done);
     EXPECT_EQ(sandbox.stopService(), 0);
 
@@ -526,8 +483,7 @@ TEST_F(ChannelTest, ServiceDeathEndsTheWaitingExchangeAndARestartIsReachedAgain)
     settle(100);
     fake->kill();
     typedEnd.wait(30000);
-    EXPECT_EQ(typedEnd.error, 1);
-    EXPECT_EQ(typedEnd.total(), 1);
+    EXPECT_EQ(typedEnd.ending(), Ending::Error);
     EXPECT_EQ(typed->status(), V2::Command::Failed);
 }
 

@@ -71,6 +71,20 @@ public:
         }
         return m_fd >= 0;
     }
+    // Sends what the socket takes at once, without waiting; how much that was.
+    qsizetype sendSome(const QByteArray& bytes)
+    {
+        qsizetype sent = 0;
+        while (m_fd >= 0 && sent < bytes.size()) {
+            const ssize_t count =
+                ::send(m_fd, bytes.constData() + sent, static_cast<size_t>(bytes.size() - sent),
+                       MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (count <= 0)
+                break;
+            sent += count;
+        }
+        return sent;
+    }
     bool send(const QJsonObject& message)
     {
         return sendBytes(Orv::Common::Communication::encodeFrame(message));

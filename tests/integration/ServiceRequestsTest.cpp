@@ -120,6 +120,7 @@ TEST(ServiceRequests, ListsPlansAndAccountsFromTheirFilesSkippingBrokenOnes)
     sandbox.writeFile("config/accounts/broken.json", "{\"ID\": \"{a1b2");
     sandbox.writeFile("config/accounts/list.json", "[]");
     sandbox.writeFile("config/accounts/anonymous.json", "{\"DisplayName\": \"No ID\"}");
+    sandbox.writeFile("config/accounts/untyped.json", "{\"ID\": \"{a1b2}\", \"Type\": 99}");
     ASSERT_TRUE(sandbox.startService());
     ServiceRawClient client(sandbox.socketPath());
 
@@ -147,8 +148,8 @@ TEST(ServiceRequests, ListsPlansAndAccountsFromTheirFilesSkippingBrokenOnes)
     EXPECT_EQ(accounts.at(0).toObject(), reported);
 
     const QByteArray log = sandbox.readFile(QStringLiteral("logs/orvd.log"));
-    for (const char* skipped :
-         {"truncated.xml", "other.xml", "no-id.xml", "broken.json", "list.json", "anonymous.json"})
+    for (const char* skipped : {"truncated.xml", "other.xml", "no-id.xml", "broken.json",
+                                "list.json", "anonymous.json", "untyped.json"})
         EXPECT_TRUE(log.contains(skipped)) << skipped;
     EXPECT_FALSE(log.contains("notes.txt"));
     EXPECT_EQ(sandbox.stopService(), 0);

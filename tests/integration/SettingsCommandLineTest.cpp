@@ -72,13 +72,34 @@ TEST(SettingsCommandLine, ValuesSetByOneRunAreShownByTheNext)
     EXPECT_EQ(extra.err, QByteArray("orvV2: Unknown option 'v'.\n"));
 }
 
+// Shown as defaults, with a warning on stderr that says so and where, while
+// stdout stays as it is.
+void expectDefaultsShown(Sandbox& sandbox, const QByteArray& warning)
+{
+    const RunResult result = config(sandbox, QStringLiteral("get queuesize"));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.out, kBanner + "Queue size: 2000");
+    if (warning.isEmpty())
+        EXPECT_EQ(result.err, QByteArray());
+    else
+        EXPECT_EQ(result.err,
+                  "Warning: the settings file " + QFile::encodeName(sandbox.path(kStore)) +
+                      warning + "; the values shown are the defaults" +
+                      (warning.contains("damaged") ? ". The next change keeps it as " +
+                                                         QFile::encodeName(sandbox.path(kStore)) +
+                                                         ".corrupt and starts anew.\n"
+                                                   : ".\n"));
+}
+
 TEST(SettingsCommandLine, DamagedStoreFilesShowDefaultsAndRefuseToBeOverwrittenBlindly)
 {
     Sandbox sandbox;
-    for (const QByteArray& content : {QByteArray(), QByteArray("{\"MultiThread threads"),
-                                      QByteArray("\xff\xfe\x00garbage", 10)}) {
+    for (const auto& [content, warning] : std::initializer_list<std::pair<QByteArray, QByteArray>>{
+             {QByteArray(), QByteArray()},
+             {"{\"MultiThread threads", " is damaged"},
+             {QByteArray("\xff\xfe\x00garbage", 10), " is damaged"}}) {
         sandbox.writeFile(kStore, content);
-        expectRun(config(sandbox, QStringLiteral("get queuesize")), "Queue size: 2000", 0);
+        expectDefaultsShown(sandbox, warning);
     }
     // The damaged file is replaced whole by the next change, and kept aside.
     expectRun(config(sandbox, QStringLiteral("set queuesize -v 7")), "\nSuccess.\n", 0);
@@ -89,7 +110,7 @@ TEST(SettingsCommandLine, DamagedStoreFilesShowDefaultsAndRefuseToBeOverwrittenB
     // A store that cannot be read is shown as defaults and never written over.
     QFile::remove(sandbox.path(kStore));
     QDir().mkpath(sandbox.path(kStore));
-    expectRun(config(sandbox, QStringLiteral("get queuesize")), "Queue size: 2000", 0);
+    expectDefaultsShown(sandbox, " cannot be read");
     expectRun(config(sandbox, QStringLiteral("set queuesize -v 8")), "Can't save values\n\n", 255);
     expectRun(config(sandbox, QStringLiteral("set logging --rotation 3")), "Can't save values\n\n",
               255);

@@ -19,6 +19,9 @@
 //   silent           reads everything, answers nothing
 //   oversize         announces a frame of more than 16 MiB, then stalls
 //   close-mid-frame  sends half a frame and closes the connection
+//   close-on-change  like reply for the plan and account lists and storage
+//                    checks (which all pass); any other request is read and
+//                    the connection closed unanswered
 //
 // --record FILE appends every message received, one JSON object a line.
 // Prints "listening" on stdout once it accepts connections. It ends on SIGTERM,
@@ -52,10 +55,12 @@ namespace Header = Format::Header;
 using Channel::FrameReader;
 
 const QStringList kModes = {
-    QStringLiteral("reply"),           QStringLiteral("late"),       QStringLiteral("malformed"),
-    QStringLiteral("array"),           QStringLiteral("non-object"), QStringLiteral("failed"),
-    QStringLiteral("retry"),           QStringLiteral("silent"),     QStringLiteral("oversize"),
-    QStringLiteral("close-mid-frame"),
+    QStringLiteral("reply"),           QStringLiteral("late"),
+    QStringLiteral("malformed"),       QStringLiteral("array"),
+    QStringLiteral("non-object"),      QStringLiteral("failed"),
+    QStringLiteral("retry"),           QStringLiteral("silent"),
+    QStringLiteral("oversize"),        QStringLiteral("close-mid-frame"),
+    QStringLiteral("close-on-change"),
 };
 
 QString key(const char* text)
@@ -163,6 +168,8 @@ private:
             send(socket, rawFrame(7, "[1,2,3]"));
         } else if (mode == QLatin1String("oversize")) {
             send(socket, rawFrame(Channel::kMaxFrameSize + 1, "{\"type\":"));
+        } else if (mode == QLatin1String("close-on-change") && !isListing(message)) {
+            socket->disconnectFromServer();
         } else if (mode == QLatin1String("close-mid-frame")) {
             send(socket, rawFrame(64, "{\"type\":\"reply\",\"id\":"));
             socket->flush();
@@ -172,6 +179,16 @@ private:
         } else {
             send(socket, Channel::encodeFrame(typedReply(message)));
         }
+    }
+
+    static bool isListing(const QJsonObject& request)
+    {
+        const QString command = request.value(key(Header::Command)).toString();
+        return command == key(Format::Plan::GetList::Name) ||
+               command == key(Format::Storage::GetConnection::Name) ||
+               command == key(Format::Storage::Check::Name) ||
+               QUuid(request.value(key(Header::CommandId)).toString()) ==
+                   Channel::V2::Plan::GetPlanList::CommandId;
     }
 
     void send(QLocalSocket* socket, const QByteArray& bytes)
@@ -221,6 +238,10 @@ private:
             data = QJsonObject{{key(Format::Plan::GetList::Reply::Key), planRows(profile)}};
         } else if (command == key(Format::Storage::GetConnection::Name)) {
             data = QJsonObject{{key(Format::Storage::GetConnection::Reply::Key), QJsonArray()}};
+        } else if (command == key(Format::Storage::Check::Name)) {
+            // Every storage passes its check.
+            data = QJsonObject{{key(Format::Storage::Check::Reply::Outcome),
+                                QJsonObject{{"error", "None"}, {"result", QJsonArray()}}}};
         } else {
             reply.insert(key(Header::Status::Key), key(Header::Status::Value::Error));
             reply.insert(key(Header::Status::ErrorString), QStringLiteral("Unknown command"));

@@ -135,8 +135,10 @@ TEST(RepositorySync, OnePassPerAccountWithItsSecretsOpened)
     QJsonObject params{{Config::Type, "S3Compatible"}, {Config::SecretKey, "open me"}};
     QString error;
     ASSERT_TRUE(AccountSecrets::seal(&params, {}, &error));
-    ASSERT_EQ(catalog.save({{"ID", id.toString()}, {"DisplayName", "A"}, {"DetailParams", params}}),
-              QString());
+    ASSERT_EQ(
+        catalog.save(
+            {{"ID", id.toString()}, {"DisplayName", "A"}, {"Type", 11}, {"DetailParams", params}}),
+        QString());
 
     HeldScanner held;
     RepositorySync sync(catalog, state, held.scanner());
@@ -173,7 +175,7 @@ TEST(RepositorySync, StoppingCancelsRunningPasses)
     AccountCatalog catalog(instance.path(QStringLiteral("config/accounts")));
     StorageState state;
     const QUuid id = QUuid::createUuid();
-    ASSERT_EQ(catalog.save({{"ID", id.toString()}, {"DisplayName", "A"}}), QString());
+    ASSERT_EQ(catalog.save({{"ID", id.toString()}, {"DisplayName", "A"}, {"Type", 1}}), QString());
     HeldScanner held;
     RepositorySync sync(catalog, state, held.scanner());
     QString error;

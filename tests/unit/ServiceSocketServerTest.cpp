@@ -12,6 +12,7 @@
 #include <QLoggingCategory>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <optional>
 
 using Orv::Service::Dispatcher;
 using Orv::Service::HandlerRegistry;
@@ -130,4 +131,26 @@ TEST_F(ServiceSocketServer, StoppingRemovesOnlyItsOwnSocket)
     EXPECT_TRUE(QFile::exists(socketPath()));
     ServiceRawClient late(socketPath());
     EXPECT_TRUE(late.call("Ping"));
+}
+
+// A client waiting for a slow answer has sent nothing for longer than the
+// idle time-out, like one that is merely idle; only the idle one is dropped.
+TEST_F(ServiceSocketServer, AClientWaitingForAnAnswerIsNotIdle)
+{
+    std::optional<Orv::Service::NamedResponder> pending;
+    registry.addNamedAsync(
+        "Slow", [&](const QJsonObject&, const RequestContext&,
+                    const Orv::Service::NamedResponder& responder) { pending = responder; });
+    server.setTimeouts({200, 200});
+    ServiceRawClient waiting(socketPath());
+    ServiceRawClient idle(socketPath());
+    ASSERT_TRUE(waiting.send({{key(Header::Type::Key), key(Header::Type::Request)},
+                              {key(Header::Command), "Slow"},
+                              {key(Header::Id), "slow"}}));
+    ASSERT_TRUE(waitUntil([&] { return pending.has_value(); }));
+    EXPECT_TRUE(idle.waitUntilClosed());
+    pending->success({{"done", true}});
+    const auto reply = waiting.receive();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->value(key(Header::Id)).toString(), QStringLiteral("slow"));
 }

@@ -58,7 +58,7 @@ void Connection::send(V2::Command* command)
 
 void Connection::post(const QJsonObject& message)
 {
-    m_outbox.append(encodeFrame(message));
+    m_outbox.append({QString(), encodeFrame(message)});
     ensureConnected();
     flush();
 }
@@ -75,6 +75,7 @@ void Connection::subscribe()
 void Connection::forget(const QString& exchangeId)
 {
     m_pending.remove(exchangeId);
+    m_written.remove(exchangeId);
 }
 
 void Connection::enqueue(const QString& exchangeId, QObject* command, QJsonObject message)
@@ -91,7 +92,7 @@ void Connection::enqueue(const QString& exchangeId, QObject* command, QJsonObjec
         return;
     }
     m_pending.insert(exchangeId, command);
-    m_outbox.append(frame);
+    m_outbox.append({exchangeId, frame});
     ensureConnected();
     flush();
 }
@@ -112,8 +113,11 @@ void Connection::flush()
 {
     if (!m_socket || m_socket->state() != QLocalSocket::ConnectedState)
         return;
-    for (const QByteArray& frame : qAsConst(m_outbox))
+    for (const auto& [exchangeId, frame] : qAsConst(m_outbox)) {
         m_socket->write(frame);
+        if (!exchangeId.isEmpty())
+            m_written.insert(exchangeId);
+    }
     m_outbox.clear();
 }
 
@@ -147,8 +151,20 @@ void Connection::dispatch(const QJsonObject& message)
             QJsonDocument(message.value(QLatin1String(Header::Data)).toObject()));
         return;
     }
+    // A reply to no exchange is the service turning the whole connection
+    // away before reading anything from it: every request on it failed.
+    if (!message.contains(QLatin1String(Header::Id)) &&
+        (type == QLatin1String(Header::Type::Reply) ||
+         type == QLatin1String(Header::Type::ReplyV2))) {
+        const QString reason = message.value(QLatin1String(Header::Status::ErrorString)).toString();
+        failAll(reason.isEmpty() ? QStringLiteral("The backup service refused the connection")
+                                 : reason.left(1024),
+                true);
+        return;
+    }
     const QString id = message.value(QLatin1String(Header::Id)).toString();
     const QPointer<QObject> target = m_pending.take(id);
+    m_written.remove(id);
     if (!target)
         return;
     if (auto* named = qobject_cast<ICommand*>(target.data()))
@@ -176,7 +192,7 @@ void Connection::onDisconnected()
     failAll(QStringLiteral("The backup service closed the connection"));
 }
 
-void Connection::failAll(const QString& reason)
+void Connection::failAll(const QString& reason, bool nothingRead)
 {
     if (m_socket) {
         QLocalSocket* socket = m_socket;
@@ -189,11 +205,13 @@ void Connection::failAll(const QString& reason)
     m_reader = FrameReader();
     m_subscribed = false;
     const auto pending = std::exchange(m_pending, {});
-    for (const QPointer<QObject>& target : pending) {
-        if (auto* named = qobject_cast<ICommand*>(target.data()))
-            named->handleTransportError(reason);
-        else if (auto* typed = qobject_cast<V2::Command*>(target.data()))
-            typed->handleTransportError(reason);
+    const auto written = std::exchange(m_written, {});
+    for (auto it = pending.cbegin(); it != pending.cend(); ++it) {
+        const bool delivered = !nothingRead && written.contains(it.key());
+        if (auto* named = qobject_cast<ICommand*>(it.value().data()))
+            named->handleTransportError(reason, delivered);
+        else if (auto* typed = qobject_cast<V2::Command*>(it.value().data()))
+            typed->handleTransportError(reason, delivered);
     }
 }
 

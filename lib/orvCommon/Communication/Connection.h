@@ -7,6 +7,7 @@
 #include <QLocalSocket>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 
 namespace Orv::Common::Communication {
 
@@ -49,7 +50,10 @@ private:
     void onSocketError(QLocalSocket::LocalSocketError error);
     void onDisconnected();
     void dispatch(const QJsonObject& message);
-    void failAll(const QString& reason);
+    // Ends every waiting exchange with reason. Those whose request was
+    // already written are marked as of unknown outcome, unless the service
+    // said it read nothing.
+    void failAll(const QString& reason, bool nothingRead = false);
 
     QString m_serverName;
     QString m_sessionId;
@@ -57,8 +61,11 @@ private:
     quint64 m_counter = 0;
     QLocalSocket* m_socket = nullptr;
     FrameReader m_reader;
-    QList<QByteArray> m_outbox;
+    // Frames not written yet, with their exchange id (empty for a post).
+    QList<QPair<QString, QByteArray>> m_outbox;
     QHash<QString, QPointer<QObject>> m_pending;
+    // Exchanges whose request has been written to the socket.
+    QSet<QString> m_written;
     bool m_subscribed = false;
 };
 

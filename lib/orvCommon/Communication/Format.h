@@ -68,6 +68,11 @@ inline constexpr char SpaceLimit[] = "SpaceLimit";
 inline constexpr char SpaceUsed[] = "SpaceUsed";
 inline constexpr char DetailParams[] = "DetailParams";
 inline constexpr char SyncStatus[] = "SyncStatus";
+// Beside the list: the account files the service could not read, each
+// {"File": path, "Reason": text}; absent when there is none.
+inline constexpr char Damaged[] = "DamagedFiles";
+inline constexpr char DamagedFile[] = "File";
+inline constexpr char DamagedReason[] = "Reason";
 } // namespace Reply
 } // namespace Storage::GetConnection
 
@@ -78,6 +83,24 @@ inline constexpr char ID[] = "ID";
 inline constexpr char Profile[] = "profile";
 } // namespace Request
 } // namespace Storage::DeleteFileSystem
+
+// The check of an account's storage before it is saved, run by the service
+// so that the command line carries no storage backend: "operation" is "check"
+// (connect, authenticate, container usable) or "list" (the containers), and
+// "config" the account's configuration; the reply's "outcome" is the finished
+// operation as the cloud library writes it.
+namespace Storage::Check {
+inline constexpr char Name[] = "StorageCheck";
+namespace Request {
+inline constexpr char Operation[] = "operation";
+inline constexpr char Config[] = "config";
+inline constexpr char CheckConfig[] = "check";
+inline constexpr char ListContainers[] = "list";
+} // namespace Request
+namespace Reply {
+inline constexpr char Outcome[] = "outcome";
+}
+} // namespace Storage::Check
 
 namespace Storage::SynchronizeRepository {
 inline constexpr char Name[] = "SynchronizeRepository";

@@ -14,6 +14,14 @@ QByteArray encodeFrame(const QJsonObject& object)
     return frame;
 }
 
+qsizetype FrameReader::frameSize() const
+{
+    if (pending() < kFrameHeaderSize)
+        return -1;
+    return kFrameHeaderSize +
+           static_cast<qsizetype>(qFromBigEndian<quint32>(m_buffer.constData() + m_offset));
+}
+
 FrameReader::Result FrameReader::next(QJsonObject* object)
 {
     const qsizetype available = m_buffer.size() - m_offset;

@@ -24,6 +24,11 @@ public:
     // final: the stream cannot be resynchronised and must be closed.
     Result next(QJsonObject* object);
     qsizetype buffered() const { return m_buffer.size(); }
+    // Bytes received and not yet handed out as frames.
+    qsizetype pending() const { return m_buffer.size() - m_offset; }
+    // The whole size (header included) of the frame being received, once its
+    // header is in; -1 before.
+    qsizetype frameSize() const;
 
 private:
     QByteArray m_buffer;

@@ -29,6 +29,7 @@ void ICommand::exec()
     m_state = State::Waiting;
     m_reply = {};
     m_errorString.clear();
+    m_outcomeUnknown = false;
     if (!manager) {
         handleTransportError(QStringLiteral("Communication manager is not available"));
         return;
@@ -56,11 +57,12 @@ void ICommand::handleReply(const QJsonObject& reply)
     end(State::Complete);
 }
 
-void ICommand::handleTransportError(const QString& reason)
+void ICommand::handleTransportError(const QString& reason, bool delivered)
 {
     if (m_state != State::Waiting)
         return;
     m_errorString = reason;
+    m_outcomeUnknown = delivered;
     end(State::Error);
 }
 

@@ -33,6 +33,9 @@ public:
     bool isTimeout() const { return m_state == State::Timeout; }
     // Why the exchange failed in transport (service not running, time-out).
     QString errorString() const { return m_errorString; }
+    // The exchange ended in error after the request had been handed to the
+    // service: it may or may not have been carried out.
+    bool isOutcomeUnknown() const { return m_outcomeUnknown; }
 
     QJsonDocument reply() const { return m_reply; }
     bool isReplyError() const;
@@ -47,7 +50,7 @@ private:
     friend class Connection;
     enum class State { Idle, Waiting, Complete, Error, Timeout };
     void handleReply(const QJsonObject& reply);
-    void handleTransportError(const QString& reason);
+    void handleTransportError(const QString& reason, bool delivered = false);
     void handleTimeout();
     void end(State state);
 
@@ -56,6 +59,7 @@ private:
     QJsonDocument m_request;
     QJsonDocument m_reply;
     QString m_errorString;
+    bool m_outcomeUnknown = false;
     State m_state = State::Idle;
     int m_timeoutMs = 0;
     QTimer m_timer;

@@ -48,6 +48,7 @@ QStringList Registry::namedCommands()
         QLatin1String(Format::Storage::GetConnection::Name),
         QLatin1String(Format::Plan::GetList::Name),
         QLatin1String(Format::Storage::DeleteFileSystem::Name),
+        QLatin1String(Format::Storage::Check::Name),
         QLatin1String(Format::Storage::SynchronizeRepository::Name),
         QLatin1String(Format::Ssl::ReadFromStorage::Name),
         QLatin1String(Format::Ssl::AppendToStorage::Name),

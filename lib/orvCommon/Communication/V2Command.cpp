@@ -28,6 +28,7 @@ void Command::exec()
     m_state = State::Waiting;
     m_status = None;
     m_errorMessage.clear();
+    m_outcomeUnknown = false;
     m_response.reset();
     if (!manager) {
         handleTransportError(QStringLiteral("Communication manager is not available"));
@@ -52,10 +53,11 @@ void Command::handleReply(const QJsonObject& reply)
     end(State::Complete);
 }
 
-void Command::handleTransportError(const QString& reason)
+void Command::handleTransportError(const QString& reason, bool delivered)
 {
     if (m_state != State::Waiting)
         return;
+    m_outcomeUnknown = delivered;
     // A command that could not be delivered has failed; its reason is what the
     // administrator needs to read.
     m_status = Failed;

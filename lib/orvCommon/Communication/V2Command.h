@@ -57,6 +57,9 @@ public:
     bool isComplite() const { return m_state == State::Complete; }
     bool isError() const { return m_state == State::Error; }
     bool isTimeout() const { return m_state == State::Timeout; }
+    // The exchange ended in error after the request had been handed to the
+    // service: it may or may not have been carried out.
+    bool isOutcomeUnknown() const { return m_outcomeUnknown; }
     // The typed response, or null when none arrived or it had the wrong form.
     virtual QSharedPointer<Response> response() const { return m_response; }
 
@@ -74,7 +77,7 @@ private:
     friend class Orv::Common::Communication::Connection;
     enum class State { Idle, Waiting, Complete, Error, Timeout };
     void handleReply(const QJsonObject& reply);
-    void handleTransportError(const QString& reason);
+    void handleTransportError(const QString& reason, bool delivered = false);
     void handleTimeout();
     void end(State state);
 
@@ -86,13 +89,13 @@ private:
     int m_status = None;
     QString m_errorMessage;
     State m_state = State::Idle;
+    bool m_outcomeUnknown = false;
     int m_timeoutMs = 0;
     QTimer m_timer;
 };
 
 // Ties a command class to its request and response classes.
-template <typename RequestT, typename ResponseT>
-class TypedCommand : public Command
+template <typename RequestT, typename ResponseT> class TypedCommand : public Command
 {
 public:
     using Command::Command;
