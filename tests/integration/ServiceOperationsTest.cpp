@@ -8,6 +8,7 @@
 #include "support/Sandbox.h"
 
 #include <QDeadlineTimer>
+#include <QFile>
 #include <QProcess>
 #include <csignal>
 #include <gtest/gtest.h>
@@ -86,6 +87,23 @@ private:
     int m_fd = -1;
     QByteArrayList m_seen;
 };
+
+// Another user than the service's cannot use its socket: the command line
+// says which socket and whom it answers, not the socket layer's bare words.
+TEST(ServiceOperations, AnotherUserIsToldWhichSocketAndWhomItAnswers)
+{
+    Sandbox sandbox;
+    ASSERT_TRUE(sandbox.startService());
+    ASSERT_EQ(::chmod(QFile::encodeName(sandbox.root()).constData(), 0755), 0);
+    const OrvTest::RunResult result = sandbox.runBinary(
+        QStringLiteral("runuser"), {"-u", "orvtest", "--", "env", "ORV_ROOT=" + sandbox.root(),
+                                    QStringLiteral(ORV_BIN_DIR) + "/orvV2", "account", "list"});
+    EXPECT_EQ(result.exitCode, 255) << result.err.constData();
+    EXPECT_TRUE(result.out.contains("Cannot reach the backup service at " +
+                                    QFile::encodeName(sandbox.root()) +
+                                    "/run/orvd.sock: permission denied"))
+        << result.out.constData();
+}
 
 } // namespace
 

@@ -179,6 +179,15 @@ void Connection::onSocketError(QLocalSocket::LocalSocketError error)
         failAll(QStringLiteral("The backup service closed the connection"));
         return;
     }
+    if (error == QLocalSocket::SocketAccessError) {
+        // The socket answers its owner only; Qt's own words ("Socket access
+        // error") say neither which socket nor what to do.
+        failAll(QStringLiteral("Cannot reach the backup service at %1: permission denied; it "
+                               "answers its own user only (root on a system installation): run "
+                               "orvV2 as that user")
+                    .arg(m_serverName));
+        return;
+    }
     const QString reason = (error == QLocalSocket::ServerNotFoundError ||
                             error == QLocalSocket::ConnectionRefusedError)
                                ? QStringLiteral("The backup service is not running")
