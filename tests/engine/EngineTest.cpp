@@ -837,6 +837,32 @@ TEST_P(EngineFaultTest, ARestoreRunsWhileABackupOfTheSameBunchDoes)
     EXPECT_EQ(second.outcome, RunResult::Outcome::Success) << second.message.toStdString();
 }
 
+// What cannot be taken (here a followed link that leads nowhere) is a
+// warning, counted and named; the run goes on and its point says so.
+TEST_P(EngineFaultTest, WhatCannotBeTakenIsAWarningNamedInTheResult)
+{
+    RunDescription d = run(false);
+    d.walk.symlinkMode = Orv::Common::SymlinkBackupMode::CurrentPlace;
+    const RunResult result = backup(d);
+    EXPECT_EQ(result.outcome, RunResult::Outcome::Warning) << result.message.toStdString();
+    EXPECT_EQ(result.warnings, 1);
+    ASSERT_EQ(result.problems.size(), 1);
+    EXPECT_TRUE(result.problems.first().contains(QString::fromLocal8Bit(source + "/dangling")));
+    QList<Orv::Repository::GenerationInfo> generations;
+    ASSERT_TRUE(repository->generations(d.planId, &generations).ok());
+    ASSERT_EQ(generations.size(), 1);
+    EXPECT_EQ(generations.first().warningCount, 1);
+    EXPECT_EQ(generations.first().points.first().status, Kel::Archive::PointStatus::Warning);
+    const QByteArray to = QFile::encodeName(dir.filePath("out"));
+    ASSERT_TRUE(restore(d, to).ok);
+    auto want = describe(source);
+    want.remove("/dangling");
+    const auto got = describe(restored(to));
+    EXPECT_EQ(got.value("/large.bin"), want.value("/large.bin"));
+    EXPECT_EQ(got.value("/link").left(6), want.value("/large.bin").left(6)) << "followed";
+    EXPECT_FALSE(got.contains("/dangling"));
+}
+
 INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
                          [](const auto&) { return std::string("Folder"); });
 
