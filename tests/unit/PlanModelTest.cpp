@@ -323,63 +323,48 @@ TEST(PlanModel, DamagedDocumentsAreRefusedWithTheReason)
 {
     TemporaryInstance instance;
     const QString id = QStringLiteral("ID=\"{6c1f7a52-0b7e-4a8e-9d3c-2f1e5a7b9c01}\"");
+    // A plan document with the identity above and the rest as given.
+    const auto plan = [&id](const char* rest) {
+        return QStringLiteral("<Plan ") + id + QString::fromUtf8(rest);
+    };
     const struct
     {
         QString xml;
         QString reason; // empty: accepted
     } rows[] = {
         {QString(), QStringLiteral("not well-formed")},
-        {QStringLiteral("<Plan ") + id, QStringLiteral("not well-formed")},
+        {plan(""), QStringLiteral("not well-formed")},
         {QStringLiteral("\xff\xfe<Plan/>"), QStringLiteral("not well-formed")},
         {QStringLiteral("<Account ") + id + QStringLiteral("/>"), QStringLiteral("not <Plan>")},
         {QStringLiteral("<Plan Type=\"Backup\"/>"), QStringLiteral("ID \"\" is not a UUID")},
         {QStringLiteral("<Plan ID=\"7\" Type=\"Backup\"/>"), QStringLiteral("is not a UUID")},
-        {QStringLiteral("<Plan ") + id + QStringLiteral(" Type=\"Backup\" Storage=\"x\"/>"),
-         QStringLiteral("Storage \"x\"")},
-        {QStringLiteral("<Plan ") + id + QStringLiteral(" Type=\"Sync\"/>"),
-         QStringLiteral("not supported")},
-        {QStringLiteral("<Plan ") + id + QStringLiteral(" Type=\"Backup\" Subtype=\"DiskImage\"/>"),
-         QStringLiteral("not supported")},
-        {QStringLiteral("<Plan ") + id + QStringLiteral(" Type=\"Backup\" Version=\"2\"/>"),
-         QStringLiteral("newer version")},
-        {QStringLiteral("<Plan ") + id + QStringLiteral(" Type=\"Backup\" Version=\"x\"/>"),
-         QStringLiteral("version \"x\"")},
-        {QStringLiteral("<Plan ") + id +
-             QStringLiteral(" Type=\"Backup\"><IsArchive>yes</IsArchive></Plan>"),
+        {plan(" Type=\"Backup\" Storage=\"x\"/>"), QStringLiteral("Storage \"x\"")},
+        {plan(" Type=\"Sync\"/>"), QStringLiteral("not supported")},
+        {plan(" Type=\"Backup\" Subtype=\"DiskImage\"/>"), QStringLiteral("not supported")},
+        {plan(" Type=\"Backup\" Version=\"2\"/>"), QStringLiteral("newer version")},
+        {plan(" Type=\"Backup\" Version=\"x\"/>"), QStringLiteral("version \"x\"")},
+        {plan(" Type=\"Backup\"><IsArchive>yes</IsArchive></Plan>"),
          QStringLiteral("<IsArchive> at line 1: \"yes\" is not true or false")},
-        {QStringLiteral("<Plan ") + id +
-             QStringLiteral(
-                 " Type=\"Backup\"><Schedule><DayOfMonth>3x</DayOfMonth></Schedule></Plan>"),
+        {plan(" Type=\"Backup\"><Schedule><DayOfMonth>3x</DayOfMonth></Schedule></Plan>"),
          QStringLiteral("<DayOfMonth>")},
-        {QStringLiteral("<Plan ") + id +
-             QStringLiteral(" Type=\"Backup\"><FilterType>Skip</FilterType></Plan>"),
+        {plan(" Type=\"Backup\"><FilterType>Skip</FilterType></Plan>"),
          QStringLiteral("one of backup, skip, all")},
-        {QStringLiteral("<Plan ") + id +
-             QStringLiteral(" Type=\"Restore\"><PointInTime>yesterday</PointInTime></Plan>"),
+        {plan(" Type=\"Restore\"><PointInTime>yesterday</PointInTime></Plan>"),
          QStringLiteral("<PointInTime>")},
-        {QStringLiteral("<Plan ") + id +
-             QStringLiteral(
-                 " Type=\"Backup\"><Encryption><Algorithm>4</Algorithm></Encryption></Plan>"),
+        {plan(" Type=\"Backup\"><Encryption><Algorithm>4</Algorithm></Encryption></Plan>"),
          QStringLiteral("unknown algorithm 4")},
-        {QStringLiteral("<Plan ") + id +
-             QStringLiteral(" Type=\"Backup\"><Encryption><Password Form=\"sealed\">x</Password>"
-                            "</Encryption></Plan>"),
+        {plan(" Type=\"Backup\"><Encryption><Password Form=\"sealed\">x</Password>"
+              "</Encryption></Plan>"),
          QStringLiteral("sealed password is damaged")},
-        {QStringLiteral("<Plan ") + id +
-             QStringLiteral(" Type=\"Restore\"><Password>x</Password></Plan>"),
+        {plan(" Type=\"Restore\"><Password>x</Password></Plan>"),
          QStringLiteral("unknown password form")},
-        {QStringLiteral("<Plan ") + id +
-             QStringLiteral(
-                 " Type=\"Backup\"><Items><Item Encoding=\"base64\">*</Item></Items></Plan>"),
+        {plan(" Type=\"Backup\"><Items><Item Encoding=\"base64\">*</Item></Items></Plan>"),
          QStringLiteral("not Base64")},
         // What the service's catalog held before plans had bodies, and what a
         // later revision may add, load with the defaults.
-        {QStringLiteral("<Plan ") + id + QStringLiteral(" Name=\"Daily\" Type=\"Restore\"/>"),
-         QString()},
-        {QStringLiteral("<Plan ") + id +
-             QStringLiteral(
-                 " Type=\"Backup\" Version=\"1\"><Future a=\"1\"><IsArchive>x</IsArchive>"
-                 "</Future><IsArchive>true</IsArchive></Plan>"),
+        {plan(" Name=\"Daily\" Type=\"Restore\"/>"), QString()},
+        {plan(" Type=\"Backup\" Version=\"1\"><Future a=\"1\"><IsArchive>x</IsArchive>"
+              "</Future><IsArchive>true</IsArchive></Plan>"),
          QString()},
     };
     for (const auto& row : rows) {
