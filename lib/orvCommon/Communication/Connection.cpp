@@ -5,6 +5,9 @@
 #include "orvCommon/Communication/V2Command.h"
 
 #include <QLoggingCategory>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcChannel, "orv.channel")
 
@@ -103,10 +106,17 @@ void Connection::ensureConnected()
         return;
     m_socket = new QLocalSocket(this);
     connect(m_socket, &QLocalSocket::readyRead, this, &Connection::onReadyRead);
-    connect(m_socket, &QLocalSocket::connected, this, &Connection::flush);
+    connect(m_socket, &QLocalSocket::connected, this, &Connection::onConnected);
     connect(m_socket, &QLocalSocket::disconnected, this, &Connection::onDisconnected);
     connect(m_socket, &QLocalSocket::errorOccurred, this, &Connection::onSocketError);
     m_socket->connectToServer(m_serverName);
+}
+
+void Connection::onConnected()
+{
+    if (m_lastWordsFd < 0 && m_socket->socketDescriptor() >= 0)
+        m_lastWordsFd = ::fcntl(static_cast<int>(m_socket->socketDescriptor()), F_DUPFD_CLOEXEC, 0);
+    flush();
 }
 
 void Connection::flush()
@@ -124,6 +134,11 @@ void Connection::flush()
 void Connection::onReadyRead()
 {
     m_reader.append(m_socket->readAll());
+    readFrames();
+}
+
+void Connection::readFrames()
+{
     for (;;) {
         QJsonObject message;
         switch (m_reader.next(&message)) {
@@ -173,8 +188,32 @@ void Connection::dispatch(const QJsonObject& message)
         typed->handleReply(message);
 }
 
+bool Connection::salvageLastWords()
+{
+    // A service that turns a client away writes its reason and closes at
+    // once. When our request is written after that close, the write fails
+    // and Qt closes its socket with the reason still unread: read it through
+    // our own handle so that the user sees it.
+    if (!m_socket)
+        return true;
+    m_reader.append(m_socket->readAll());
+    if (m_lastWordsFd >= 0) {
+        char buffer[16384];
+        for (;;) {
+            const ssize_t got = ::recv(m_lastWordsFd, buffer, sizeof(buffer), MSG_DONTWAIT);
+            if (got <= 0)
+                break;
+            m_reader.append(QByteArray(buffer, static_cast<int>(got)));
+        }
+    }
+    readFrames();
+    return !m_socket;
+}
+
 void Connection::onSocketError(QLocalSocket::LocalSocketError error)
 {
+    if (salvageLastWords())
+        return;
     if (error == QLocalSocket::PeerClosedError) {
         failAll(QStringLiteral("The backup service closed the connection"));
         return;
@@ -198,6 +237,8 @@ void Connection::onSocketError(QLocalSocket::LocalSocketError error)
 
 void Connection::onDisconnected()
 {
+    if (salvageLastWords())
+        return;
     failAll(QStringLiteral("The backup service closed the connection"));
 }
 
@@ -209,6 +250,10 @@ void Connection::failAll(const QString& reason, bool nothingRead)
         socket->disconnect(this);
         socket->abort();
         socket->deleteLater();
+    }
+    if (m_lastWordsFd >= 0) {
+        ::close(m_lastWordsFd);
+        m_lastWordsFd = -1;
     }
     m_outbox.clear();
     m_reader = FrameReader();

@@ -46,7 +46,11 @@ private:
     void enqueue(const QString& exchangeId, QObject* command, QJsonObject message);
     void ensureConnected();
     void flush();
+    void onConnected();
     void onReadyRead();
+    void readFrames();
+    // Reads what the service wrote before it closed; true when that ended the connection.
+    bool salvageLastWords();
     void onSocketError(QLocalSocket::LocalSocketError error);
     void onDisconnected();
     void dispatch(const QJsonObject& message);
@@ -60,6 +64,9 @@ private:
     int m_connectionType = 0;
     quint64 m_counter = 0;
     QLocalSocket* m_socket = nullptr;
+    // A second handle on the connected socket: Qt closes its own as soon as a
+    // write fails, and the service's last words may still be unread then.
+    int m_lastWordsFd = -1;
     FrameReader m_reader;
     // Frames not written yet, with their exchange id (empty for a post).
     QList<QPair<QString, QByteArray>> m_outbox;
