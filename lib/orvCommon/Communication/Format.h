@@ -146,6 +146,19 @@ inline constexpr char Key[] = "planList";
 }
 } // namespace Plan::GetList
 
+// Creates a plan, or replaces the plan with the same ID: "planXML" is the
+// plan as the plan library writes it, with its passwords in clear (the
+// service seals them before anything reaches the disk). The reply's data is
+// empty.
+namespace Plan::CommonEdit {
+inline constexpr char Name[] = "CommonPlanEdit";
+namespace Request {
+inline constexpr char Profile[] = "profile";
+inline constexpr char PlanXml[] = "planXML";
+inline constexpr char ID[] = "ID";
+} // namespace Request
+} // namespace Plan::CommonEdit
+
 namespace Plan::DataType::Info {
 inline constexpr char ID[] = "ID";
 inline constexpr char Name[] = "Name";

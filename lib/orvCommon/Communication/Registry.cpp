@@ -21,21 +21,19 @@ struct TypedEntry
     std::function<V2::Command*()> create;
 };
 
-template <typename Definition>
-TypedEntry typed(const char* name)
+template <typename Definition> TypedEntry typed(const char* name)
 {
     return {Definition::CommandId, name, [name] {
-                return new typename Definition::Command(Definition::CommandId,
-                                                        QLatin1String(name));
+                return new typename Definition::Command(Definition::CommandId, QLatin1String(name));
             }};
 }
 
 const QList<TypedEntry>& typedTable()
 {
     static const QList<TypedEntry> table = {
-        typed<V2::Plan::GetPlanList>("GetPlanList"),
-        typed<V2::GetConnection>("GetConnection"),
-        typed<V2::Storage::SaveStorage>("SaveStorage"),
+        typed<V2::Plan::GetPlanList>("GetPlanList"), typed<V2::Plan::StartPlan>("StartPlan"),
+        typed<V2::Plan::StopPlan>("StopPlan"),       typed<V2::Plan::RemovePlan>("RemovePlan"),
+        typed<V2::GetConnection>("GetConnection"),   typed<V2::Storage::SaveStorage>("SaveStorage"),
     };
     return table;
 }
@@ -47,6 +45,7 @@ QStringList Registry::namedCommands()
     return {
         QLatin1String(Format::Storage::GetConnection::Name),
         QLatin1String(Format::Plan::GetList::Name),
+        QLatin1String(Format::Plan::CommonEdit::Name),
         QLatin1String(Format::Storage::DeleteFileSystem::Name),
         QLatin1String(Format::Storage::Check::Name),
         QLatin1String(Format::Storage::SynchronizeRepository::Name),

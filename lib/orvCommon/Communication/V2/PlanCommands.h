@@ -40,4 +40,67 @@ public:
     using Command = TypedCommand<Request, Response>;
 };
 
+// The request of the commands that name one plan.
+class PlanIdRequest : public Command::Request
+{
+public:
+    void setPlanId(const QUuid& id) { m_planId = id; }
+    QUuid planId() const { return m_planId; }
+    QJsonObject toJson() const override;
+    bool fromJson(const QJsonObject& object) override;
+
+private:
+    QUuid m_planId;
+};
+
+// A response that carries nothing but the status.
+class EmptyResponse : public Command::Response
+{
+public:
+    QJsonObject toJson() const override { return {}; }
+    bool fromJson(const QJsonObject&) override { return true; }
+};
+
+// Runs a plan now. A plan that runs already is refused (status 3).
+class StartPlan
+{
+public:
+    static const QUuid CommandId;
+
+    class Request : public PlanIdRequest
+    {
+    public:
+        // A full backup rather than an increment.
+        void setIsFull(bool full) { m_full = full; }
+        bool isFull() const { return m_full; }
+        QJsonObject toJson() const override;
+        bool fromJson(const QJsonObject& object) override;
+
+    private:
+        bool m_full = false;
+    };
+    using Response = EmptyResponse;
+    using Command = TypedCommand<Request, Response>;
+};
+
+// Asks the running plan to stop; it ends with its result "Stopped" soon after.
+class StopPlan
+{
+public:
+    static const QUuid CommandId;
+    using Request = PlanIdRequest;
+    using Response = EmptyResponse;
+    using Command = TypedCommand<Request, Response>;
+};
+
+// Removes a plan (stopping its run first). Its backup data stays in storage.
+class RemovePlan
+{
+public:
+    static const QUuid CommandId;
+    using Request = PlanIdRequest;
+    using Response = EmptyResponse;
+    using Command = TypedCommand<Request, Response>;
+};
+
 } // namespace Orv::Common::Communication::V2::Plan
