@@ -10,7 +10,7 @@
 #include "service/ServiceLog.h"
 #include "service/SettingsWatcher.h"
 #include "service/SignalBridge.h"
-#include "service/StorageScan.h"
+#include "service/accounts/StorageScan.h"
 
 #include <QCoreApplication>
 #include <QDir>

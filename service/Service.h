@@ -1,18 +1,18 @@
 #pragma once
 
-#include "service/AccountCatalog.h"
-#include "service/Dispatcher.h"
-#include "service/HandlerRegistry.h"
 #include "service/InstanceLock.h"
-#include "service/PlanCatalog.h"
-#include "service/PlanListHandler.h"
-#include "service/RepositorySync.h"
-#include "service/SocketServer.h"
-#include "service/SslStoreHandler.h"
-#include "service/StorageAccountHandler.h"
-#include "service/StorageConnectionHandler.h"
-#include "service/StorageState.h"
-#include "service/TrustedStore.h"
+#include "service/accounts/AccountCatalog.h"
+#include "service/accounts/RepositorySync.h"
+#include "service/accounts/StorageAccountHandler.h"
+#include "service/accounts/StorageConnectionHandler.h"
+#include "service/accounts/StorageState.h"
+#include "service/channel/Dispatcher.h"
+#include "service/channel/HandlerRegistry.h"
+#include "service/channel/SocketServer.h"
+#include "service/plans/PlanCatalog.h"
+#include "service/plans/PlanListHandler.h"
+#include "service/trust/SslStoreHandler.h"
+#include "service/trust/TrustedStore.h"
 
 #include <QObject>
 

@@ -6,9 +6,9 @@
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/Manager.h"
 #include "orvCommon/Communication/V2/GetConnection.h"
-#include "service/Dispatcher.h"
-#include "service/HandlerRegistry.h"
-#include "service/SocketServer.h"
+#include "service/channel/Dispatcher.h"
+#include "service/channel/HandlerRegistry.h"
+#include "service/channel/SocketServer.h"
 #include "unit/StdoutCapture.h"
 #include "unit/TemporaryInstance.h"
 

@@ -3,11 +3,11 @@
 
 #include "kelCloud/Config.h"
 #include "orvCommon/LocalSecret.h"
-#include "service/AccountCatalog.h"
-#include "service/AccountSecrets.h"
-#include "service/RepositorySync.h"
-#include "service/StorageState.h"
-#include "service/TrustedStore.h"
+#include "service/accounts/AccountCatalog.h"
+#include "service/accounts/AccountSecrets.h"
+#include "service/accounts/RepositorySync.h"
+#include "service/accounts/StorageState.h"
+#include "service/trust/TrustedStore.h"
 #include "support/TestCertificates.h"
 #include "unit/TemporaryInstance.h"
 

@@ -4,8 +4,8 @@
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/Frame.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
-#include "service/Dispatcher.h"
-#include "service/HandlerRegistry.h"
+#include "service/channel/Dispatcher.h"
+#include "service/channel/HandlerRegistry.h"
 
 #include <QJsonArray>
 #include <QLoggingCategory>

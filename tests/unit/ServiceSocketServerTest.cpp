@@ -4,9 +4,9 @@
 
 #include "integration/ServiceRawClient.h"
 #include "orvCommon/Communication/Format.h"
-#include "service/Dispatcher.h"
-#include "service/HandlerRegistry.h"
-#include "service/SocketServer.h"
+#include "service/channel/Dispatcher.h"
+#include "service/channel/HandlerRegistry.h"
+#include "service/channel/SocketServer.h"
 
 #include <QDeadlineTimer>
 #include <QLoggingCategory>

@@ -1,4 +1,4 @@
-#include "service/NamedResponder.h"
+#include "service/channel/NamedResponder.h"
 
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/Frame.h"

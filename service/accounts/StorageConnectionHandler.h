@@ -1,6 +1,6 @@
 #pragma once
 
-#include "service/EncodedJson.h"
+#include "service/channel/EncodedJson.h"
 
 #include <QJsonObject>
 

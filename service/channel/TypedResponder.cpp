@@ -1,4 +1,4 @@
-#include "service/TypedResponder.h"
+#include "service/channel/TypedResponder.h"
 
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/Frame.h"

@@ -1,4 +1,4 @@
-#include "service/AccountSecrets.h"
+#include "service/accounts/AccountSecrets.h"
 
 #include "kelCloud/Config.h"
 #include "orvCommon/LocalSecret.h"

@@ -1,4 +1,4 @@
-#include "service/InputBudget.h"
+#include "service/channel/InputBudget.h"
 
 #include <QMetaObject>
 

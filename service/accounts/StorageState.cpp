@@ -1,4 +1,4 @@
-#include "service/StorageState.h"
+#include "service/accounts/StorageState.h"
 
 #include "orvCommon/Database.h"
 #include "service/ServiceLog.h"

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "orvCommon/Communication/V2Command.h"
-#include "service/NamedOutcome.h"
-#include "service/NamedResponder.h"
-#include "service/RequestContext.h"
-#include "service/TypedOutcome.h"
-#include "service/TypedResponder.h"
+#include "service/channel/NamedOutcome.h"
+#include "service/channel/NamedResponder.h"
+#include "service/channel/RequestContext.h"
+#include "service/channel/TypedOutcome.h"
+#include "service/channel/TypedResponder.h"
 
 #include <QHash>
 #include <QJsonObject>

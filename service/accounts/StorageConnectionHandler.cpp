@@ -1,14 +1,14 @@
-#include "service/StorageConnectionHandler.h"
+#include "service/accounts/StorageConnectionHandler.h"
 
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/GetConnection.h"
 #include "orvInfo/StorageConnection.h"
-#include "service/AccountCatalog.h"
-#include "service/AccountSecrets.h"
-#include "service/HandlerRegistry.h"
-#include "service/RepositorySync.h"
 #include "service/ServiceLog.h"
-#include "service/StorageState.h"
+#include "service/accounts/AccountCatalog.h"
+#include "service/accounts/AccountSecrets.h"
+#include "service/accounts/RepositorySync.h"
+#include "service/accounts/StorageState.h"
+#include "service/channel/HandlerRegistry.h"
 
 #include <QJsonArray>
 

@@ -1,4 +1,4 @@
-#include "service/HandlerRegistry.h"
+#include "service/channel/HandlerRegistry.h"
 
 #include "orvCommon/Communication/Registry.h"
 #include "service/ServiceLog.h"

@@ -1,4 +1,4 @@
-#include "service/PlanCatalog.h"
+#include "service/plans/PlanCatalog.h"
 
 #include "orvInfo/PlanObject.h"
 

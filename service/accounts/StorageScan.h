@@ -1,6 +1,6 @@
 #pragma once
 
-#include "service/RepositorySync.h"
+#include "service/accounts/RepositorySync.h"
 
 namespace Orv::Service {
 

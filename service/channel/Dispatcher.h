@@ -1,8 +1,8 @@
 #pragma once
 
-#include "service/HandlerRegistry.h"
-#include "service/ReplySink.h"
-#include "service/RequestContext.h"
+#include "service/channel/HandlerRegistry.h"
+#include "service/channel/ReplySink.h"
+#include "service/channel/RequestContext.h"
 
 #include <QJsonObject>
 

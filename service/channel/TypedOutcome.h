@@ -1,7 +1,7 @@
 #pragma once
 
 #include "orvCommon/Communication/V2Command.h"
-#include "service/EncodedJson.h"
+#include "service/channel/EncodedJson.h"
 
 #include <QSharedPointer>
 #include <QString>

@@ -1,4 +1,4 @@
-#include "service/StorageScan.h"
+#include "service/accounts/StorageScan.h"
 
 #include "kelCloud/Backend.h"
 

@@ -1,7 +1,7 @@
-#include "service/ClientConnection.h"
+#include "service/channel/ClientConnection.h"
 
-#include "service/InputBudget.h"
 #include "service/ServiceLog.h"
+#include "service/channel/InputBudget.h"
 
 #include <QLocalSocket>
 #include <QTimer>

@@ -1,9 +1,9 @@
-#include "service/PlanListHandler.h"
+#include "service/plans/PlanListHandler.h"
 
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
-#include "service/HandlerRegistry.h"
-#include "service/PlanCatalog.h"
+#include "service/channel/HandlerRegistry.h"
+#include "service/plans/PlanCatalog.h"
 
 namespace Orv::Service {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "service/ClientConnection.h"
-#include "service/InputBudget.h"
+#include "service/channel/ClientConnection.h"
+#include "service/channel/InputBudget.h"
 
 #include <QHash>
 #include <QJsonObject>

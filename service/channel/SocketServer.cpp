@@ -1,11 +1,11 @@
-#include "service/SocketServer.h"
+#include "service/channel/SocketServer.h"
 
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/Frame.h"
 #include "orvCommon/Communication/Notification.h"
 #include "orvCommon/DefaultSettings.h"
-#include "service/Dispatcher.h"
 #include "service/ServiceLog.h"
+#include "service/channel/Dispatcher.h"
 
 #include <QFile>
 #include <QPointer>

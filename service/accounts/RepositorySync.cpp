@@ -1,13 +1,13 @@
-#include "service/RepositorySync.h"
+#include "service/accounts/RepositorySync.h"
 
 #include "orvCommon/BackendConfig.h"
 #include "orvCommon/Communication/Format.h"
 #include "orvInfo/StorageConnection.h"
-#include "service/AccountCatalog.h"
-#include "service/AccountSecrets.h"
-#include "service/HandlerRegistry.h"
 #include "service/ServiceLog.h"
-#include "service/StorageState.h"
+#include "service/accounts/AccountCatalog.h"
+#include "service/accounts/AccountSecrets.h"
+#include "service/accounts/StorageState.h"
+#include "service/channel/HandlerRegistry.h"
 
 #include <QDateTime>
 

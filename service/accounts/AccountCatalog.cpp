@@ -1,4 +1,4 @@
-#include "service/AccountCatalog.h"
+#include "service/accounts/AccountCatalog.h"
 
 #include "kelCloud/Types.h"
 #include "kelCore/AtomicFile.h"

@@ -1,4 +1,4 @@
-#include "service/EncodedJson.h"
+#include "service/channel/EncodedJson.h"
 
 #include "orvCommon/Communication/Frame.h"
 

@@ -1,4 +1,4 @@
-#include "service/StorageAccountHandler.h"
+#include "service/accounts/StorageAccountHandler.h"
 
 #include "kelCloud/Config.h"
 #include "kelCloud/Operation.h"
@@ -10,12 +10,12 @@
 #include "orvCommon/Installation.h"
 #include "orvInfo/StorageAccountConfigFormat.h"
 #include "orvInfo/StorageConnection.h"
-#include "service/AccountCatalog.h"
-#include "service/AccountSecrets.h"
-#include "service/HandlerRegistry.h"
-#include "service/RepositorySync.h"
 #include "service/ServiceLog.h"
-#include "service/StorageState.h"
+#include "service/accounts/AccountCatalog.h"
+#include "service/accounts/AccountSecrets.h"
+#include "service/accounts/RepositorySync.h"
+#include "service/accounts/StorageState.h"
+#include "service/channel/HandlerRegistry.h"
 
 #include <QJsonArray>
 

@@ -1,4 +1,4 @@
-#include "service/TrustedStore.h"
+#include "service/trust/TrustedStore.h"
 
 #include "kelCore/AtomicFile.h"
 #include "kelNetwork/Ssl/Certificate.h"

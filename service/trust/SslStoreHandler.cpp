@@ -1,10 +1,10 @@
-#include "service/SslStoreHandler.h"
+#include "service/trust/SslStoreHandler.h"
 
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/NotificationTypes.h"
-#include "service/HandlerRegistry.h"
 #include "service/ServiceLog.h"
-#include "service/TrustedStore.h"
+#include "service/channel/HandlerRegistry.h"
+#include "service/trust/TrustedStore.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>

@@ -1,4 +1,4 @@
-#include "service/Dispatcher.h"
+#include "service/channel/Dispatcher.h"
 
 #include "orvCommon/Communication/Format.h"
 #include "service/ServiceLog.h"

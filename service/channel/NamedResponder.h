@@ -1,7 +1,7 @@
 #pragma once
 
-#include "service/NamedOutcome.h"
-#include "service/ReplySink.h"
+#include "service/channel/NamedOutcome.h"
+#include "service/channel/ReplySink.h"
 
 #include <QJsonValue>
 #include <QSharedPointer>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "service/ReplySink.h"
-#include "service/TypedOutcome.h"
+#include "service/channel/ReplySink.h"
+#include "service/channel/TypedOutcome.h"
 
 #include <QJsonValue>
 #include <QSharedPointer>
