@@ -143,7 +143,9 @@ bool canWriteLog(const QString& path, QString* problem)
 Service::Service(QObject* parent)
     : QObject(parent), m_plans(Orv::Defines::AppPath::to().plans()),
       m_accounts(Orv::Defines::AppPath::to().accounts()),
-      m_trustedStore(Orv::Defines::AppPath::to().trustedCertificatesFile()), m_planList(m_plans),
+      m_trustedStore(Orv::Defines::AppPath::to().trustedCertificatesFile()),
+      m_runner(m_plans, m_accounts, m_history), m_planList(m_plans, m_history, m_runner),
+      m_planEdit(m_plans, m_accounts, m_history, m_runner),
       m_sync(m_accounts, m_storageState, &StorageScan::run),
       m_connections(m_accounts, m_storageState, m_sync),
       m_accountChanges(m_accounts, m_storageState, m_sync),
@@ -158,6 +160,10 @@ Service::Service(QObject* parent)
       m_dispatcher(m_registry), m_server(m_dispatcher)
 {
     m_planList.install(m_registry);
+    m_planEdit.install(m_registry);
+    m_runner.install(m_registry);
+    m_runner.setCacheRoot(
+        QDir(Orv::Defines::AppPath::to().data()).filePath(QStringLiteral("cache")));
     m_connections.install(m_registry);
     m_accountChanges.install(m_registry);
     m_sync.install(m_registry);
@@ -224,6 +230,11 @@ void Service::completeStartup()
     qCInfo(lcService).noquote() << "Edition:"
                                 << (SHARED::defines::common::is_standalone() ? "standalone"
                                                                              : "managed");
+    // Runs that were going when the service last ended did not finish.
+    for (const QUuid& plan : m_history.closeInterrupted(QDateTime::currentDateTime()))
+        qCWarning(lcService).noquote()
+            << "Plan" << plan.toString()
+            << "was running when the service stopped: recorded as interrupted";
     m_dispatcher.setReady(true);
     qCInfo(lcService) << "Ready";
     notifySystemd(QStringLiteral("READY=1\nSTATUS=Serving on ") +
@@ -310,6 +321,7 @@ void Service::shutdown()
     m_dispatcher.setReady(false);
     m_server.close();
     m_sync.stop();
+    m_runner.stopAll();
     closeDatabase();
     m_lock.release();
 }

@@ -9,7 +9,10 @@
 #include "service/channel/Dispatcher.h"
 #include "service/channel/HandlerRegistry.h"
 #include "service/channel/SocketServer.h"
+#include "service/jobs/JobRunner.h"
+#include "service/jobs/RunHistory.h"
 #include "service/plans/PlanCatalog.h"
+#include "service/plans/PlanEditHandler.h"
 #include "service/plans/PlanListHandler.h"
 #include "service/trust/SslStoreHandler.h"
 #include "service/trust/TrustedStore.h"
@@ -61,7 +64,10 @@ private:
     AccountCatalog m_accounts;
     StorageState m_storageState;
     TrustedStore m_trustedStore;
+    RunHistory m_history;
+    JobRunner m_runner;
     PlanListHandler m_planList;
+    PlanEditHandler m_planEdit;
     RepositorySync m_sync;
     StorageConnectionHandler m_connections;
     StorageAccountHandler m_accountChanges;

@@ -51,6 +51,15 @@ const QList<Migration>& migrations()
                             " prefixes TEXT NOT NULL DEFAULT '[]',"
                             " synced INTEGER)"),
          }},
+        {2,
+         {
+             // Whether a backup run was full, and its warning and error
+             // counts, beside the figures of version 1.
+             QStringLiteral("ALTER TABLE run_history ADD COLUMN full INTEGER NOT NULL DEFAULT 0"),
+             QStringLiteral(
+                 "ALTER TABLE run_history ADD COLUMN warnings INTEGER NOT NULL DEFAULT 0"),
+             QStringLiteral("ALTER TABLE run_history ADD COLUMN errors INTEGER NOT NULL DEFAULT 0"),
+         }},
     };
     return steps;
 }
@@ -77,8 +86,8 @@ bool Database::init()
     const QString path = Orv::Defines::AppPath::to().databaseFile();
     if (!QFileInfo::exists(path))
         return true;
-    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"),
-                                                QLatin1String(kClientConnection));
+    QSqlDatabase db =
+        QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QLatin1String(kClientConnection));
     db.setDatabaseName(path);
     db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=2000"));
     return db.open();

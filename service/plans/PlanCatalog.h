@@ -1,8 +1,11 @@
 #pragma once
 
+#include "orvInfo/Plan/Base.h"
 #include "service/ConfigFolder.h"
 
 #include <QJsonArray>
+#include <QSharedPointer>
+#include <QUuid>
 
 namespace Orv::Service {
 
@@ -18,8 +21,23 @@ public:
     QJsonArray rows() { return m_folder.rows(); }
     // Changes whenever rows() gives something new.
     quint64 generation() const { return m_folder.generation(); }
+    // The files left out of rows(), by name, with the reason.
+    QMap<QString, QString> damaged() { return m_folder.skipped(); }
+
+    // The whole plan, its passwords opened; null with the reason when there
+    // is no such plan or its file cannot be read.
+    QSharedPointer<Orv::Info::Plan::Base> load(const QUuid& id, QString* error);
+    // Writes the plan (passwords sealed) to its own file, atomically, and
+    // removes any other file that held it. Empty on success.
+    QString save(const Orv::Info::Plan::Base& plan);
+    QString remove(const QUuid& id);
 
 private:
+    QString fileOf(const QUuid& id) const;
+    // Every file whose plan has the ID: a file put there by hand may go by
+    // another name.
+    QStringList filesOf(const QUuid& id);
+
     ConfigFolder m_folder;
 };
 

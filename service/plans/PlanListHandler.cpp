@@ -2,13 +2,19 @@
 
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
+#include "orvInfo/PlanObject.h"
 #include "service/channel/HandlerRegistry.h"
+#include "service/jobs/JobRunner.h"
+#include "service/jobs/RunHistory.h"
 #include "service/plans/PlanCatalog.h"
 
 namespace Orv::Service {
 
 namespace GetList = Orv::Common::Communication::Commands::Format::Plan::GetList;
+namespace Info = Orv::Common::Communication::Commands::Format::Plan::DataType::Info;
+namespace Damaged = Orv::Common::Communication::Commands::Format::Storage::GetConnection::Reply;
 using GetPlanList = Orv::Common::Communication::V2::Plan::GetPlanList;
+using Orv::Info::PlanObject;
 
 void PlanListHandler::install(HandlerRegistry& registry)
 {
@@ -24,15 +30,57 @@ void PlanListHandler::install(HandlerRegistry& registry)
     });
 }
 
+QJsonArray PlanListHandler::rows()
+{
+    const QJsonArray files = m_catalog.rows();
+    QJsonArray rows;
+    for (const QJsonValue& value : files) {
+        QJsonObject row = value.toObject();
+        const QUuid id(row.value(QLatin1String(Info::ID)).toString());
+        PlanObject plan = PlanObject::fromRow(row);
+        plan.setStatus(m_runner.status(id));
+        if (m_scheduleText)
+            plan.setSchedule(m_scheduleText(id));
+        if (const std::optional<RunRecord> last = m_history.last(id)) {
+            plan.setLastRunTime(last->started);
+            if (last->finished.isValid()) {
+                plan.setLastRunStatus(Orv::Info::Plan::PlanResult(last->result));
+                plan.setLastRunMessage(last->message);
+                plan.setLastDuration(last->durationMs());
+                plan.setLastFileCount(last->files);
+                plan.setLastFileSize(last->bytes);
+                plan.setLastUploadedCount(last->uploaded);
+                plan.setLastFailedCount(last->failed);
+            }
+        }
+        plan.setLastProgressSteps(m_runner.progress(id));
+        rows.append(plan.toRow());
+    }
+    return rows;
+}
+
 void PlanListHandler::refresh()
 {
-    const QJsonArray rows = m_catalog.rows();
-    if (m_generation == m_catalog.generation())
+    // Reading the folder first brings its generation up to date.
+    m_catalog.rows();
+    const Stamp stamp{m_catalog.generation(), m_history.generation(), m_runner.generation()};
+    // A running plan's progress moves without any of the stamps moving.
+    if (stamp == m_stamp && !m_runner.anyRunning())
         return;
-    m_generation = m_catalog.generation();
-    m_namedData = EncodedJson({{QLatin1String(GetList::Reply::Key), rows}});
+    m_stamp = stamp;
+    const QJsonArray list = rows();
+    QJsonObject named{{QLatin1String(GetList::Reply::Key), list}};
+    const QMap<QString, QString> damaged = m_catalog.damaged();
+    if (!damaged.isEmpty()) {
+        QJsonArray files;
+        for (auto it = damaged.cbegin(); it != damaged.cend(); ++it)
+            files.append(QJsonObject{{QLatin1String(Damaged::DamagedFile), it.key()},
+                                     {QLatin1String(Damaged::DamagedReason), it.value()}});
+        named.insert(QLatin1String(Damaged::Damaged), files);
+    }
+    m_namedData = EncodedJson(named);
     GetPlanList::Response response;
-    response.setPlanList(rows);
+    response.setPlanList(list);
     m_typedResponse = EncodedJson(response.toJson());
 }
 

@@ -7,6 +7,7 @@
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QJsonObject>
+#include <QUuid>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -116,6 +117,20 @@ public:
                    {QLatin1String(Header::Id), id},
                    {QLatin1String(Header::SessionId), QStringLiteral("raw-client")},
                    {QLatin1String(Header::Params), params}}))
+            return std::nullopt;
+        return receive();
+    }
+
+    // Sends a typed request and returns its reply.
+    std::optional<QJsonObject> callTyped(const QUuid& commandId, const QJsonObject& request = {})
+    {
+        namespace Header = Orv::Common::Communication::Commands::Format::Header;
+        const QString id = QString::number(++m_lastId);
+        if (!send({{QLatin1String(Header::Type::Key), QLatin1String(Header::Type::RequestV2)},
+                   {QLatin1String(Header::CommandId), commandId.toString()},
+                   {QLatin1String(Header::Id), id},
+                   {QLatin1String(Header::SessionId), QStringLiteral("raw-client")},
+                   {QLatin1String(Header::TypedRequest), request}}))
             return std::nullopt;
         return receive();
     }

@@ -1,0 +1,273 @@
+#include "service/jobs/PlanRun.h"
+
+#include "service/ServiceLog.h"
+#include "service/engine/Archiver.h"
+#include "service/engine/Restorer.h"
+
+#include <QElapsedTimer>
+#include <QLocale>
+#include <QProcess>
+
+namespace Orv::Service {
+
+namespace {
+
+using Orv::Info::Plan::PlanResult;
+
+// Action output beyond this many lines is counted, not logged.
+constexpr int kActionLogLines = 200;
+
+QString size(quint64 bytes)
+{
+    return QLocale::c().formattedDataSize(qint64(bytes), 1, QLocale::DataSizeTraditionalFormat);
+}
+
+PlanResult resultOf(Orv::Engine::RunResult::Outcome outcome)
+{
+    switch (outcome) {
+    case Orv::Engine::RunResult::Outcome::Success:
+        return PlanResult(PlanResult::Success);
+    case Orv::Engine::RunResult::Outcome::Warning:
+        return PlanResult(PlanResult::Warning);
+    case Orv::Engine::RunResult::Outcome::Failure:
+        break;
+    }
+    return PlanResult(PlanResult::Failed);
+}
+
+void logOutput(const QString& planName, const char* which, const QByteArray& output)
+{
+    const QList<QByteArray> lines = output.split('\n');
+    int logged = 0;
+    for (const QByteArray& line : lines) {
+        if (line.trimmed().isEmpty())
+            continue;
+        if (++logged > kActionLogLines)
+            continue;
+        qCInfo(lcService).noquote()
+            << QStringLiteral("Plan \"%1\" %2: %3")
+                   .arg(planName, QLatin1String(which), QString::fromLocal8Bit(line));
+    }
+    if (logged > kActionLogLines)
+        qCInfo(lcService).noquote() << QStringLiteral("Plan \"%1\" %2: %3 more line(s) not logged")
+                                           .arg(planName, QLatin1String(which))
+                                           .arg(logged - kActionLogLines);
+}
+
+} // namespace
+
+PlanRun::PlanRun(RunRequest request) : m_request(std::move(request)) {}
+
+PlanRun::~PlanRun() = default;
+
+void PlanRun::setStep(Step step)
+{
+    m_step = int(step);
+}
+
+void PlanRun::stop()
+{
+    m_stop = true;
+    QMutexLocker lock(&m_mutex);
+    if (m_archiver)
+        m_archiver->stop();
+    if (m_restorer)
+        m_restorer->stop();
+}
+
+bool PlanRun::runAction(const PlanAction& action, const char* which, QString* error)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.setStandardInputFile(QProcess::nullDevice());
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("ORV_PLAN_ID"),
+                       m_request.planId.toString(QUuid::WithoutBraces));
+    environment.insert(QStringLiteral("ORV_PLAN_NAME"), m_request.planName);
+    process.setProcessEnvironment(environment);
+    qCInfo(lcService).noquote() << QStringLiteral("Plan \"%1\" %2 starts: %3")
+                                       .arg(m_request.planName, QLatin1String(which),
+                                            action.program);
+    process.start(action.program, action.arguments);
+    if (!process.waitForStarted(10000)) {
+        *error = QStringLiteral("The %1 %2 cannot start: %3")
+                     .arg(QLatin1String(which), action.program, process.errorString());
+        return false;
+    }
+    QElapsedTimer clock;
+    clock.start();
+    QByteArray output;
+    while (!process.waitForFinished(100)) {
+        output += process.readAll();
+        if (m_stop || clock.elapsed() >= m_request.actionTimeoutMs) {
+            process.kill();
+            process.waitForFinished(5000);
+            logOutput(m_request.planName, which, output + process.readAll());
+            *error = m_stop ? QStringLiteral("The %1 was stopped").arg(QLatin1String(which))
+                            : QStringLiteral("The %1 %2 did not end within %3 s and was stopped")
+                                  .arg(QLatin1String(which), action.program)
+                                  .arg(m_request.actionTimeoutMs / 1000);
+            return false;
+        }
+    }
+    logOutput(m_request.planName, which, output + process.readAll());
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
+        *error = QStringLiteral("The %1 %2 failed with exit code %3")
+                     .arg(QLatin1String(which), action.program)
+                     .arg(process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1);
+        return false;
+    }
+    return true;
+}
+
+RunOutcome PlanRun::run()
+{
+    RunOutcome outcome;
+    const PlanAction& pre = m_request.pre;
+    if (pre.enabled) {
+        setStep(Step::PreAction);
+        QString error;
+        if (!runAction(pre, "pre-action", &error)) {
+            qCWarning(lcService).noquote()
+                << QStringLiteral("Plan \"%1\": %2").arg(m_request.planName, error);
+            if (pre.onFailure || m_stop) {
+                outcome.result = PlanResult(m_stop ? PlanResult::Stopped : PlanResult::Failed);
+                outcome.message = error;
+                setStep(Step::Done);
+                return outcome;
+            }
+            outcome.message = error;
+            ++outcome.warnings;
+        }
+    }
+    setStep(Step::Engine);
+    const QString preProblem = outcome.message;
+    const int preWarnings = outcome.warnings;
+    outcome = m_request.restore ? runRestore() : runBackup();
+    if (m_stop)
+        outcome.result = PlanResult(PlanResult::Stopped);
+    if (!preProblem.isEmpty()) {
+        outcome.warnings += preWarnings;
+        if (outcome.result == PlanResult(PlanResult::Success))
+            outcome.result = PlanResult(PlanResult::Warning);
+        outcome.message = outcome.message.isEmpty()
+                              ? preProblem
+                              : preProblem + QStringLiteral("; ") + outcome.message;
+    }
+    const PlanAction& post = m_request.post;
+    const bool failed =
+        outcome.result.isFailure() || outcome.result == PlanResult(PlanResult::Stopped);
+    if (post.enabled && (!failed || post.onFailure) && !m_stop) {
+        setStep(Step::PostAction);
+        QString error;
+        if (!runAction(post, "post-action", &error)) {
+            qCWarning(lcService).noquote()
+                << QStringLiteral("Plan \"%1\": %2").arg(m_request.planName, error);
+            ++outcome.warnings;
+            if (outcome.result == PlanResult(PlanResult::Success))
+                outcome.result = PlanResult(PlanResult::Warning);
+            outcome.message =
+                outcome.message.isEmpty() ? error : outcome.message + QStringLiteral("; ") + error;
+        }
+    }
+    setStep(Step::Done);
+    return outcome;
+}
+
+RunOutcome PlanRun::runBackup()
+{
+    const Orv::Repository::Repository repository(m_request.location);
+    Orv::Engine::Archiver archiver(repository, m_request.backup);
+    {
+        QMutexLocker lock(&m_mutex);
+        m_archiver = &archiver;
+    }
+    if (m_stop)
+        archiver.stop();
+    const Orv::Engine::RunResult result = archiver.run();
+    {
+        QMutexLocker lock(&m_mutex);
+        m_archiver = nullptr;
+    }
+    RunOutcome outcome;
+    outcome.result = resultOf(result.outcome);
+    outcome.message = result.message;
+    outcome.files = qint64(result.files);
+    outcome.bytes = qint64(result.bytes);
+    outcome.uploaded = qint64(result.filesRead);
+    outcome.failed = qint64(archiver.progress().filesFailed);
+    outcome.warnings = result.warnings;
+    outcome.errors = result.errors;
+    outcome.full = result.full;
+    return outcome;
+}
+
+RunOutcome PlanRun::runRestore()
+{
+    const Orv::Repository::Repository repository(m_request.location);
+    Orv::Engine::Restorer restorer(repository, m_request.restoreDescription);
+    {
+        QMutexLocker lock(&m_mutex);
+        m_restorer = &restorer;
+    }
+    if (m_stop)
+        restorer.stop();
+    const Orv::Engine::RestoreResult result = restorer.run();
+    {
+        QMutexLocker lock(&m_mutex);
+        m_restorer = nullptr;
+    }
+    RunOutcome outcome;
+    outcome.files = qint64(result.files);
+    outcome.bytes = qint64(result.bytes);
+    outcome.failed = result.failed.size();
+    outcome.message = result.message;
+    if (!result.ok)
+        outcome.result = PlanResult(PlanResult::Failed);
+    else if (!result.failed.isEmpty())
+        outcome.result = PlanResult(PlanResult::Warning);
+    else
+        outcome.result = PlanResult(PlanResult::Success);
+    if (!result.failed.isEmpty() && outcome.message.isEmpty())
+        outcome.message = QStringLiteral("%1 item(s) not restored, the first: %2")
+                              .arg(result.failed.size())
+                              .arg(result.failed.first());
+    return outcome;
+}
+
+QString PlanRun::progressText() const
+{
+    switch (Step(int(m_step))) {
+    case Step::Starting:
+        return QStringLiteral("Starting");
+    case Step::PreAction:
+        return QStringLiteral("Running the pre-action");
+    case Step::PostAction:
+        return QStringLiteral("Running the post-action");
+    case Step::Done:
+        return QStringLiteral("Finishing");
+    case Step::Engine:
+        break;
+    }
+    QMutexLocker lock(&m_mutex);
+    if (m_restorer)
+        return QStringLiteral("Restoring: %1 files, %2 written")
+            .arg(m_restorer->filesDone.load())
+            .arg(size(m_restorer->bytesDone));
+    if (!m_archiver)
+        return QStringLiteral("Preparing");
+    const Orv::Engine::RunProgress& p = m_archiver->progress();
+    static const char* const steps[] = {"Preparing", "Reading", "Committing", "Applying retention",
+                                        "Done"};
+    const int step = qBound(0, p.step.load(), 4);
+    return QStringLiteral("%1: %2 files (%3) seen, %4 files (%5) read, %6 uploaded, %7 failed")
+        .arg(QLatin1String(steps[step]))
+        .arg(p.filesSeen.load())
+        .arg(size(p.bytesSeen))
+        .arg(p.filesRead.load())
+        .arg(size(p.bytesRead))
+        .arg(size(p.bytesUploaded))
+        .arg(p.filesFailed.load());
+}
+
+} // namespace Orv::Service

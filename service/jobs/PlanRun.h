@@ -1,0 +1,71 @@
+#pragma once
+
+#include "orvInfo/Plan/PlanResult.h"
+#include "service/jobs/RunRequest.h"
+
+#include <QMutex>
+#include <QStringList>
+#include <atomic>
+#include <memory>
+
+namespace Orv::Engine {
+class Archiver;
+class Restorer;
+} // namespace Orv::Engine
+
+namespace Orv::Service {
+
+// How a run ended, with its figures.
+struct RunOutcome
+{
+    Orv::Info::Plan::PlanResult result{Orv::Info::Plan::PlanResult::Failed};
+    QString message;
+    qint64 files = 0;
+    qint64 bytes = 0;
+    qint64 uploaded = 0;
+    qint64 failed = 0;
+    int warnings = 0;
+    int errors = 0;
+    bool full = false;
+};
+
+// One run of a plan: the pre-action, the backup or the restore through the
+// engine, the post-action. run() blocks and is meant for a worker thread;
+// stop() and progressText() may be called from any thread.
+class PlanRun
+{
+public:
+    explicit PlanRun(RunRequest request);
+    ~PlanRun();
+
+    RunOutcome run();
+    // Asks the run to end soon; it ends as Stopped, with nothing committed.
+    void stop();
+    bool isStopping() const { return m_stop; }
+    // What the run is doing, for people: the step and its figures.
+    QString progressText() const;
+
+private:
+    enum class Step
+    {
+        Starting,
+        PreAction,
+        Engine,
+        PostAction,
+        Done,
+    };
+    // Runs an action; false with the reason when it failed or took too long.
+    bool runAction(const PlanAction& action, const char* which, QString* error);
+    RunOutcome runBackup();
+    RunOutcome runRestore();
+    void setStep(Step step);
+
+    RunRequest m_request;
+    std::atomic_bool m_stop{false};
+    std::atomic<int> m_step{int(Step::Starting)};
+    mutable QMutex m_mutex; // guards the engine pointers
+    Orv::Engine::Archiver* m_archiver = nullptr;
+    Orv::Engine::Restorer* m_restorer = nullptr;
+};
+
+} // namespace Orv::Service
