@@ -138,6 +138,22 @@ bool canWriteLog(const QString& path, QString* problem)
     return false;
 }
 
+// The clock of the scheduler and the run history. A test may move it: with
+// ORV_TEST_CLOCK_FILE set, the file holds a number of seconds added to the
+// real time, read at every call.
+Scheduler::Clock serviceClock()
+{
+    const QString file = qEnvironmentVariable("ORV_TEST_CLOCK_FILE");
+    if (file.isEmpty())
+        return [] { return QDateTime::currentDateTime(); };
+    return [file] {
+        QFile offset(file);
+        const qint64 seconds =
+            offset.open(QIODevice::ReadOnly) ? offset.readAll().trimmed().toLongLong() : 0;
+        return QDateTime::currentDateTime().addSecs(seconds);
+    };
+}
+
 } // namespace
 
 Service::Service(QObject* parent)
@@ -146,6 +162,7 @@ Service::Service(QObject* parent)
       m_trustedStore(Orv::Defines::AppPath::to().trustedCertificatesFile()),
       m_runner(m_plans, m_accounts, m_history), m_planList(m_plans, m_history, m_runner),
       m_planEdit(m_plans, m_accounts, m_history, m_runner),
+      m_scheduling(m_plans, m_history, m_runner, serviceClock()),
       m_sync(m_accounts, m_storageState, &StorageScan::run),
       m_connections(m_accounts, m_storageState, m_sync),
       m_accountChanges(m_accounts, m_storageState, m_sync),
@@ -162,6 +179,9 @@ Service::Service(QObject* parent)
     m_planList.install(m_registry);
     m_planEdit.install(m_registry);
     m_runner.install(m_registry);
+    m_runner.setClock(serviceClock());
+    m_planEdit.setChanged([this] { m_scheduling.sync(); });
+    m_planList.setScheduleText([this](const QUuid& id) { return m_scheduling.describe(id); });
     m_runner.setCacheRoot(
         QDir(Orv::Defines::AppPath::to().data()).filePath(QStringLiteral("cache")));
     m_connections.install(m_registry);
@@ -235,6 +255,13 @@ void Service::completeStartup()
         qCWarning(lcService).noquote()
             << "Plan" << plan.toString()
             << "was running when the service stopped: recorded as interrupted";
+    m_scheduling.start();
+    if (qEnvironmentVariableIsSet("ORV_TEST_CLOCK_FILE")) {
+        // The test clock jumps without the timers knowing.
+        auto* poll = new QTimer(this);
+        connect(poll, &QTimer::timeout, this, [this] { m_scheduling.checkNow(); });
+        poll->start(200);
+    }
     m_dispatcher.setReady(true);
     qCInfo(lcService) << "Ready";
     notifySystemd(QStringLiteral("READY=1\nSTATUS=Serving on ") +

@@ -14,6 +14,7 @@
 #include "service/plans/PlanCatalog.h"
 #include "service/plans/PlanEditHandler.h"
 #include "service/plans/PlanListHandler.h"
+#include "service/plans/PlanScheduling.h"
 #include "service/trust/SslStoreHandler.h"
 #include "service/trust/TrustedStore.h"
 
@@ -68,6 +69,7 @@ private:
     JobRunner m_runner;
     PlanListHandler m_planList;
     PlanEditHandler m_planEdit;
+    PlanScheduling m_scheduling;
     RepositorySync m_sync;
     StorageConnectionHandler m_connections;
     StorageAccountHandler m_accountChanges;

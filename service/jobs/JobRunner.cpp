@@ -34,6 +34,8 @@ struct JobRunner::Job
     std::atomic_bool started{false};
     bool stopping = false;
     bool timedOut = false;
+    // A restore plan made to run once goes after its run succeeded.
+    bool removeAfterSuccess = false;
     QTimer* limit = nullptr;
 };
 
@@ -125,6 +127,9 @@ bool JobRunner::start(const QUuid& planId, bool forceFull, QString* error)
 
     auto job = std::make_shared<Job>();
     job->run = std::make_shared<PlanRun>(std::move(request));
+    if (const auto* restore = dynamic_cast<const Orv::Info::Plan::Restore*>(plan.data()))
+        job->removeAfterSuccess =
+            restore->deletePlan() == Orv::Info::Plan::Restore::DeleteType::OnSucceeds;
     const qint64 stopAfter = qint64(plan->schedule().stopAfter());
     if (stopAfter > 0) {
         job->limit = new QTimer(this);
@@ -193,6 +198,14 @@ void JobRunner::finish(const QUuid& planId, qint64 runId, const RunOutcome& done
                                             outcome.message.isEmpty()
                                                 ? QString()
                                                 : QStringLiteral(" - ") + outcome.message);
+    if (job && job->removeAfterSuccess && outcome.result == PlanResult(PlanResult::Success)) {
+        const QString removed = m_plans.remove(planId);
+        if (removed.isEmpty())
+            qCInfo(lcService).noquote() << "Plan" << planId.toString() << "ran once and is removed";
+        else
+            qCWarning(lcService).noquote()
+                << "Cannot remove the run-once plan" << planId.toString() << ":" << removed;
+    }
     emit runEnded(planId, outcome.result);
 }
 

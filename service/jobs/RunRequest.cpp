@@ -17,8 +17,8 @@ using namespace Orv::Info::Plan;
 using Orv::Engine::RunDescription;
 using Orv::Engine::WalkOptions;
 
-// Plans wait this long for an action unless their stop-after limit is
-// shorter: an action that hangs must not hold the plan for ever.
+// Plans wait this long for an action: one that hangs must not hold the plan
+// for ever.
 constexpr qint64 kDefaultActionTimeoutMs = 60LL * 60 * 1000;
 
 qint64 number(const QString& text, qint64 fallback)
@@ -233,9 +233,9 @@ bool makeRunRequest(const Base& plan, const Orv::Info::Storage::Connection& acco
     request->syncBeforeRun = plan.syncBeforeRun();
     request->consistencyCheck = plan.useConsistencyCheck();
     request->stopAfterMs = qint64(plan.schedule().stopAfter());
-    request->actionTimeoutMs = request->stopAfterMs > 0
-                                   ? qMin(request->stopAfterMs, kDefaultActionTimeoutMs)
-                                   : kDefaultActionTimeoutMs;
+    // The plan's stop-after limit ends its actions too; this one is for
+    // plans without a limit.
+    request->actionTimeoutMs = kDefaultActionTimeoutMs;
     request->location.prefix = account.prefix();
     request->location.cacheFolder =
         QDir(cacheRoot).filePath(account.id().toString(QUuid::WithoutBraces));

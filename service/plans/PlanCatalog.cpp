@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 namespace Orv::Service {
 
@@ -74,6 +75,12 @@ QString PlanCatalog::remove(const QUuid& id)
         if (!QFile::remove(file))
             return QStringLiteral("cannot remove %1").arg(file);
     return {};
+}
+
+QDateTime PlanCatalog::savedAt(const QUuid& id) const
+{
+    const QFileInfo file(fileOf(id));
+    return file.exists() ? file.lastModified() : QDateTime();
 }
 
 QString PlanCatalog::fileOf(const QUuid& id) const

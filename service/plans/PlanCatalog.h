@@ -3,6 +3,7 @@
 #include "orvInfo/Plan/Base.h"
 #include "service/ConfigFolder.h"
 
+#include <QDateTime>
 #include <QJsonArray>
 #include <QSharedPointer>
 #include <QUuid>
@@ -31,6 +32,9 @@ public:
     // removes any other file that held it. Empty on success.
     QString save(const Orv::Info::Plan::Base& plan);
     QString remove(const QUuid& id);
+    // When the service last wrote the plan; invalid for a plan whose file
+    // was named by hand.
+    QDateTime savedAt(const QUuid& id) const;
 
 private:
     QString fileOf(const QUuid& id) const;

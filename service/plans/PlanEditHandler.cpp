@@ -60,6 +60,7 @@ void PlanEditHandler::install(HandlerRegistry& registry)
         }
         qCInfo(lcService).noquote()
             << QStringLiteral("Plan \"%1\" (%2) saved").arg(plan->name(), plan->id().toString());
+        changed();
         return NamedOutcome::success();
     });
     registry.addTyped<V2Plan::RemovePlan>(
@@ -71,6 +72,7 @@ void PlanEditHandler::install(HandlerRegistry& registry)
             if (!error.isEmpty())
                 return TypedOutcome::failed(error);
             m_history.forget(request.planId());
+            changed();
             qCInfo(lcService).noquote() << "Plan" << request.planId().toString() << "removed";
             return TypedOutcome::done(V2Plan::RemovePlan::Response());
         });

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 namespace Orv::Service {
 
 class AccountCatalog;
@@ -22,12 +24,21 @@ public:
                     JobRunner& runner);
 
     void install(HandlerRegistry& registry);
+    // Called after a plan was saved or removed.
+    void setChanged(std::function<void()> changed) { m_changed = std::move(changed); }
 
 private:
+    void changed() const
+    {
+        if (m_changed)
+            m_changed();
+    }
+
     PlanCatalog& m_plans;
     AccountCatalog& m_accounts;
     RunHistory& m_history;
     JobRunner& m_runner;
+    std::function<void()> m_changed;
 };
 
 } // namespace Orv::Service

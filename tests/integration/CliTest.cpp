@@ -12,6 +12,15 @@ const QByteArray kBanner = "Orv Backup Command Line Interface started\n\n";
 // The top-level listing as the root prints it: one block per item in name
 // order, groups without commands yet as their (empty) group line, "get",
 // "set", "add" and "edit" collapsed to one line each.
+const QByteArray kPlanItems =
+    "\tcreate_backup        - create a new plan to backup files to storage\n"
+    "\tdelete               - delete plan\n"
+    "\tdetails              - get plan details\n"
+    "\tedit_backup          - edit an existing backup plan\n"
+    "\tlist                 - list all plan names and ids \n"
+    "\tstart                - run custom plan now\n"
+    "\tstop                 - stop plan now\n";
+
 const QByteArray kRootItems = "account <command> - account commands: \n"
                               "\tadd                  - add storage account\n"
                               "\tdelete               - delete storage account\n"
@@ -24,9 +33,11 @@ const QByteArray kRootItems = "account <command> - account commands: \n"
                               "\tget                  - get the current value for a setting\n"
                               "\tset                  - set a new value for a setting\n"
                               "\n"
-                              "\n"  // feedback
-                              "\n"  // plan
-                              "\n"  // storage
+                              "\n" // feedback
+                              "plan <command> - plan commands: \n" +
+                              kPlanItems +
+                              "\n"
+                              "\n" // storage
                               "version              - Show product version\n"
                               "\n";
 
@@ -84,8 +95,10 @@ TEST(Cli, VersionPrintsTheBuildVersionAndItsHelp)
 TEST(Cli, GroupWithoutWordsOrWithHelpWordShowsItsListing)
 {
     Sandbox sandbox;
-    expectOutput(sandbox.run({QStringLiteral("plan")}), kBanner + "\n\n");
-    expectOutput(sandbox.run({QStringLiteral("plan"), QStringLiteral("-h")}), kBanner + "\n\n");
+    expectOutput(sandbox.run({QStringLiteral("storage")}), kBanner + "\n\n");
+    expectOutput(sandbox.run({QStringLiteral("plan")}), kBanner + kPlanItems + "\n\n");
+    expectOutput(sandbox.run({QStringLiteral("plan"), QStringLiteral("-h")}),
+                 kBanner + kPlanItems + "\n\n");
 }
 
 TEST(Cli, UnknownWordsAreReportedAndExitZero)

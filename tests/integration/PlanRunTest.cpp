@@ -310,6 +310,84 @@ TEST_F(PlanRuns, FaultsEndTheRunWithTheirReason)
     EXPECT_EQ(after.lastRunStatus(), PlanResult(PlanResult::Interrupted));
 }
 
+// The scheduler on the service's clock, which the test moves: a plan runs
+// when the clock passes its time; after a stop, a plan that runs missed runs
+// does so at start-up and one that does not waits.
+TEST(PlanSchedule, PlansRunWhenTheClockPassesTheirTime)
+{
+    Sandbox sandbox;
+    sandbox.writeFile(QStringLiteral("clock"), "0");
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("ORV_TEST_CLOCK_FILE"),
+                       sandbox.path(QStringLiteral("clock")));
+    sandbox.setServiceEnvironment(environment);
+    ASSERT_TRUE(sandbox.startService());
+    QDir().mkpath(sandbox.path(QStringLiteral("store")));
+    QDir().mkpath(sandbox.path(QStringLiteral("source")));
+    sandbox.writeFile(QStringLiteral("source/a.txt"), "scheduled");
+    expectRun(run(sandbox, "account add filesystem --name Desk -p desk -f",
+                  {sandbox.path(QStringLiteral("store"))}),
+              kSuccess);
+    const QUuid account(record(sandbox, QStringLiteral("Desk")).value("ID").toString());
+
+    const QDateTime now = QDateTime::currentDateTime();
+    auto plan = [&](const char* name, int hours, bool missed) {
+        Orv::Info::Plan::BackupFile p;
+        p.setId(QUuid::createUuid());
+        p.setName(QLatin1String(name));
+        p.setStorage(account);
+        p.setAccountId(account);
+        p.setIsArchive(true);
+        p.setItems({sandbox.path(QStringLiteral("source"))});
+        p.setRunMissedPlan(missed);
+        p.schedule().setEnable(true);
+        p.schedule().setType(Orv::Info::Plan::Schedule::Type::SpecificDate);
+        p.schedule().setSpecificDate(now.addSecs(hours * 3600));
+        ServiceRawClient client(sandbox.socketPath());
+        const auto reply = client.call(QLatin1String(Format::Plan::CommonEdit::Name),
+                                       {{QLatin1String(Format::Plan::CommonEdit::Request::PlanXml),
+                                         p.toXml(Orv::Info::Plan::Base::SecretForm::Plain)}});
+        EXPECT_TRUE(reply && reply->value(QLatin1String(Format::Header::Status::Key)) == "success");
+        return p.id();
+    };
+    const QUuid soon = plan("Soon", 3, false);
+    const QUuid missed = plan("Missed", 5, true);
+    const QUuid waits = plan("Waits", 5, false);
+    auto lastRun = [&](const QUuid& id) {
+        ServiceRawClient client(sandbox.socketPath());
+        const auto reply = client.call(QLatin1String(Format::Plan::GetList::Name));
+        const QJsonArray rows = reply->value(QLatin1String(Format::Header::Data))
+                                    .toObject()
+                                    .value(QLatin1String(Format::Plan::GetList::Reply::Key))
+                                    .toArray();
+        for (const QJsonValue& value : rows)
+            if (PlanObject::fromRow(value.toObject()).id() == id)
+                return PlanObject::fromRow(value.toObject());
+        return PlanObject();
+    };
+    auto waitForRun = [&](const QUuid& id) {
+        const QDeadlineTimer deadline(20000);
+        while (!deadline.hasExpired() &&
+               lastRun(id).lastRunStatus() == PlanResult(PlanResult::NeverRun))
+            QThread::msleep(50);
+        return lastRun(id);
+    };
+
+    EXPECT_TRUE(lastRun(soon).schedule().startsWith("Next run"))
+        << lastRun(soon).schedule().toStdString();
+    QThread::msleep(500);
+    EXPECT_FALSE(lastRun(soon).lastRunTime().isValid());
+    sandbox.writeFile(QStringLiteral("clock"), QByteArray::number(3 * 3600 + 60));
+    EXPECT_EQ(waitForRun(soon).lastRunStatus(), PlanResult(PlanResult::Success));
+    EXPECT_EQ(lastRun(soon).schedule(), QStringLiteral("Not scheduled"));
+
+    EXPECT_EQ(sandbox.stopService(), 0);
+    sandbox.writeFile(QStringLiteral("clock"), QByteArray::number(6 * 3600));
+    ASSERT_TRUE(sandbox.startService());
+    EXPECT_EQ(waitForRun(missed).lastRunStatus(), PlanResult(PlanResult::Success));
+    EXPECT_FALSE(lastRun(waits).lastRunTime().isValid());
+}
+
 // Plans that cannot be saved change nothing.
 TEST_F(PlanRuns, BadPlansAreRefused)
 {

@@ -1,0 +1,148 @@
+#include "CommandEditBackupPlan.h"
+
+#include "CommandChannel.h"
+#include "Console.h"
+#include "LoadPlanObject.h"
+#include "orvCommon/Communication/Format.h"
+#include "orvInfo/Plan/Factory.h"
+
+namespace Orv::CLI {
+
+using namespace Orv::Info::Plan;
+namespace CommonEdit = Orv::Common::Communication::Commands::Format::Plan::CommonEdit;
+
+CommandEditBackupPlan::CommandEditBackupPlan(QObject* parent)
+    : CommandPlanBase(QStringLiteral("edit_backup"), QStringLiteral("edit an existing backup plan"),
+                      Edit, Backup, parent)
+{
+    connect(this, &CommandPlanBase::connectionInfoLoaded, this,
+            &CommandEditBackupPlan::onAccountResolved);
+    connect(this, &CommandPlanBase::cloudTypeLoaded, this,
+            &CommandEditBackupPlan::onCloudTypeKnown);
+}
+
+int CommandEditBackupPlan::process(const QStringList& words)
+{
+    const int result = CommandPlanBase::process(words);
+    if (result != Valid)
+        return result;
+    const QString id = valueOf(m_idOption);
+    if (given(m_idOption) && QUuid(id).isNull()) {
+        emit error(QStringLiteral("Invalid format data for ID: ") + id);
+        return Started;
+    }
+    auto* loader = given(m_idOption) ? new LoadPlanObject(QUuid(id), this)
+                                     : new LoadPlanObject(valueOf(m_nameOption), this);
+    connect(loader, &LoadPlanObject::finished, this,
+            &CommandEditBackupPlan::onLoadPlanObjectResult);
+    connect(loader, &LoadPlanObject::error, this, [this, loader](const QString& message) {
+        loader->deleteLater();
+        emit error(message);
+    });
+    loader->exec();
+    return Started;
+}
+
+void CommandEditBackupPlan::onLoadPlanObjectResult()
+{
+    auto* loader = qobject_cast<LoadPlanObject*>(sender());
+    loader->deleteLater();
+    const QSharedPointer<Orv::Info::PlanObject> found = loader->planObject();
+    if (!given(m_confirmOption)) {
+        emit error(QStringLiteral("Please confirm edit plan:") + QStringLiteral("\n") +
+                   found->displayName() + QStringLiteral(" ") + found->id().toString());
+        return;
+    }
+    const QSharedPointer<BackupFile> plan =
+        Factory::create(found->planXml()).dynamicCast<BackupFile>();
+    if (!plan) {
+        emit error(QStringLiteral("Could not edit backup plan"));
+        return;
+    }
+    m_plan = *plan;
+    if (given(m_accountOption))
+        loadConnectionInfo();
+    else
+        cloudType(m_plan.storage());
+}
+
+void CommandEditBackupPlan::onAccountResolved()
+{
+    m_plan.setStorage(getStorageId());
+    m_plan.setAccountId(getStorageId());
+    cloudType(getStorageId());
+}
+
+void CommandEditBackupPlan::onCloudTypeKnown()
+{
+    try {
+        changePlan();
+        editPlan();
+    } catch (const QString& message) {
+        emit error(message);
+    }
+}
+
+void CommandEditBackupPlan::changePlan()
+{
+    const bool nbf = m_plan.isArchive();
+    if (given(m_formatOption) && (planFormatWords().value(valueOf(m_formatOption)) == Nbf) != nbf)
+        throw QStringLiteral("The backup format of an existing plan cannot be changed.\n");
+    // Options of the other format are refused rather than silently kept.
+    const QList<const QCommandLineOption*> cbfOnly{&m_blockLevelOption,
+                                                   &m_saveConfigOption,
+                                                   &m_deleteVersionOlderOption,
+                                                   &m_deleteVersionOlderAgeOption,
+                                                   &m_deleteVersionOlderTypeOption,
+                                                   &m_keepLastVersionOption,
+                                                   &m_keepVersionOption,
+                                                   &m_keepVersionNumberOption,
+                                                   &m_deleteLocallyOption,
+                                                   &m_deleteLocallyDelayOption,
+                                                   &m_deleteDateTypeOption};
+    for (const QCommandLineOption* item : cbfOnly)
+        if (nbf && given(*item))
+            throw QStringLiteral("Option ") + bracketed(*item) + QStringLiteral(" only for cbf.\n");
+    for (const QCommandLineOption* item : {&m_keepBackupTypeOption, &m_keepBackupNumberOption})
+        if (!nbf && given(*item))
+            throw bracketed(*item) + QStringLiteral(" can't be used with CBF.\n");
+    // Found by id, the plan may be renamed.
+    if (given(m_idOption) && given(m_nameOption))
+        m_plan.setName(valueOf(m_nameOption));
+    setStorageOptions(m_plan, storageType());
+    fillBackupPlan(m_plan, nbf);
+    if (planChanged())
+        print(QStringLiteral("This changes will force a Full backup.\n"));
+}
+
+void CommandEditBackupPlan::editPlan()
+{
+    QString xmlError;
+    // A password this process cannot open goes back sealed as it came.
+    const QString xml = m_plan.toXml(Base::SecretForm::Plain, &xmlError);
+    if (xml.isEmpty())
+        throw xmlError;
+    CommandChannel::sendNamed(
+        QLatin1String(CommonEdit::Name),
+        {{QLatin1String(CommonEdit::Request::Profile), QString::fromLocal8Bit(qgetenv("USER"))},
+         {QLatin1String(CommonEdit::Request::PlanXml), xml},
+         {QLatin1String(CommonEdit::Request::ID), m_plan.id().toString()}},
+        this, &CommandEditBackupPlan::onEditPlanResult);
+}
+
+void CommandEditBackupPlan::onEditPlanResult()
+{
+    QScopedPointer<CommandChannel::ICommand, QScopedPointerDeleteLater> command(
+        qobject_cast<CommandChannel::ICommand*>(sender()));
+    try {
+        CommandChannel::namedReplyData(command.data());
+    } catch (const QString& message) {
+        emit error(message == CommandChannel::kReplyFormatError
+                       ? QStringLiteral("Internal error: invalid command response format.\n")
+                       : message);
+        return;
+    }
+    emit finished(Show);
+}
+
+} // namespace Orv::CLI
