@@ -4,6 +4,7 @@
 #include "orvCommon/Communication/NotificationTypes.h"
 #include "orvCommon/Communication/V2/GetConnection.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
+#include "orvCommon/Communication/V2/RepositoryCommands.h"
 #include "orvCommon/Communication/V2/SaveStorage.h"
 
 #include <functional>

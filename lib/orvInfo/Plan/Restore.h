@@ -36,7 +36,10 @@ public:
     void setRestoreType(RestoreType type) { m_restoreType = type; }
     QDateTime pointInTime() const { return m_pointInTime; }
     void setPointInTime(const QDateTime& time) { m_pointInTime = time; }
-    // The chosen restore point of a plan in the new backup format.
+    // The chosen restore point of a plan in the new backup format, as
+    // "<bunch id>/<generation id>/<restore point id>": the bunch alone
+    // restores its newest point, bunch and generation that generation's
+    // newest point (or with a point in time, the newest not later than it).
     QString restorePoint() const { return m_restorePoint; }
     void setRestorePoint(const QString& point) { m_restorePoint = point; }
     DeleteType deletePlan() const { return m_deletePlan; }
