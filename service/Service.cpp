@@ -11,6 +11,7 @@
 #include "service/SettingsWatcher.h"
 #include "service/SignalBridge.h"
 #include "service/accounts/StorageScan.h"
+#include "service/jobs/RunNotifier.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -184,6 +185,8 @@ Service::Service(QObject* parent)
     m_planList.setScheduleText([this](const QUuid& id) { return m_scheduling.describe(id); });
     m_runner.setCacheRoot(
         QDir(Orv::Defines::AppPath::to().data()).filePath(QStringLiteral("cache")));
+    // A child: it goes after the runner, which it only listens to.
+    (new RunNotifier(this))->watch(m_runner, m_plans, m_history);
     m_connections.install(m_registry);
     m_accountChanges.install(m_registry);
     m_sync.install(m_registry);

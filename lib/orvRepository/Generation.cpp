@@ -5,6 +5,7 @@
 #include "kelStreams/Hash.h"
 #include "orvCommon/LocalSecret.h"
 
+#include <QHash>
 #include <QSet>
 #include <algorithm>
 
@@ -278,6 +279,40 @@ Status Generation::check(QStringList* problems)
                     QStringLiteral("%1: damaged data at offset %2").arg(name).arg(entry.offset));
             }
         }
+    }
+    return Status::success();
+}
+
+Status Generation::checkPresence(QStringList* problems)
+{
+    Reader reader(*this);
+    Status status;
+    Kel::Cloud::Backend* backend = reader.backend(&status);
+    if (!backend)
+        return status;
+    const Layout layout = m_repository.layout();
+    QList<Kel::Cloud::ObjectInfo> objects;
+    status = backend->list(layout.packs(m_bunch, m_record.id), &objects);
+    if (!status.ok())
+        return status;
+    QHash<QString, qint64> sizes;
+    for (const Kel::Cloud::ObjectInfo& object : qAsConst(objects))
+        sizes.insert(object.name, object.size);
+    for (const QByteArray& pack : m_cache->packs(m_number)) {
+        const QString name = layout.pack(m_bunch, m_record.id, pack);
+        const auto found = sizes.constFind(name);
+        if (found == sizes.constEnd()) {
+            problems->append(QStringLiteral("%1: missing").arg(name));
+            continue;
+        }
+        quint64 end = 0;
+        for (const BlobEntry& entry : m_cache->blobsIn(m_number, pack))
+            end = qMax(end, entry.offset + entry.storedLength);
+        if (*found >= 0 && quint64(*found) < end)
+            problems->append(QStringLiteral("%1: %2 bytes, shorter than its blobs (%3)")
+                                 .arg(name)
+                                 .arg(*found)
+                                 .arg(end));
     }
     return Status::success();
 }

@@ -46,6 +46,10 @@ public:
     // Reads every pack the cache lists and verifies each blob against the
     // index: present, intact, the right id. Problems name the object.
     Status check(QStringList* problems);
+    // The cheap check after each backup: one listing of the storage shows
+    // that every pack the indexes name is there and no shorter than the
+    // blobs it holds. Problems name the object.
+    Status checkPresence(QStringList* problems);
 
     // Reads blobs and trees of the generation, for one thread.
     class Reader

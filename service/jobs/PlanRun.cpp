@@ -1,5 +1,6 @@
 #include "service/jobs/PlanRun.h"
 
+#include "orvRepository/Generation.h"
 #include "service/ServiceLog.h"
 #include "service/engine/Archiver.h"
 #include "service/engine/Restorer.h"
@@ -199,7 +200,36 @@ RunOutcome PlanRun::runBackup()
     outcome.warnings = result.warnings;
     outcome.errors = result.errors;
     outcome.full = result.full;
+    if (m_request.consistencyCheck && !m_stop && !outcome.result.isFailure() &&
+        !result.generation.isEmpty())
+        checkConsistency(repository, result.generation, &outcome);
     return outcome;
+}
+
+void PlanRun::checkConsistency(const Orv::Repository::Repository& repository,
+                               const QString& generationId, RunOutcome* outcome)
+{
+    setStep(Step::Checking);
+    std::unique_ptr<Orv::Repository::Generation> generation;
+    QStringList problems;
+    Kel::Cloud::Status status = Orv::Repository::Generation::open(
+        repository, m_request.backup.planId, generationId, m_request.backup.password, &generation);
+    if (status.ok())
+        status = generation->checkPresence(&problems);
+    if (!status.ok())
+        problems.prepend(QStringLiteral("the check could not run: %1").arg(status.message));
+    if (problems.isEmpty())
+        return;
+    qCWarning(lcService).noquote()
+        << QStringLiteral("Plan \"%1\" consistency check:").arg(m_request.planName)
+        << problems.join(QStringLiteral("; ")).left(4096);
+    outcome->result = Orv::Info::Plan::PlanResult(Orv::Info::Plan::PlanResult::Warning);
+    ++outcome->warnings;
+    const QString found = QStringLiteral("Consistency check: %1 problem(s), the first: %2")
+                              .arg(problems.size())
+                              .arg(problems.first());
+    outcome->message =
+        outcome->message.isEmpty() ? found : outcome->message + QStringLiteral("; ") + found;
 }
 
 RunOutcome PlanRun::runRestore()
@@ -244,6 +274,8 @@ QString PlanRun::progressText() const
         return QStringLiteral("Running the pre-action");
     case Step::PostAction:
         return QStringLiteral("Running the post-action");
+    case Step::Checking:
+        return QStringLiteral("Checking the stored data");
     case Step::Done:
         return QStringLiteral("Finishing");
     case Step::Engine:

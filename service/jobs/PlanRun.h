@@ -51,6 +51,7 @@ private:
         Starting,
         PreAction,
         Engine,
+        Checking,
         PostAction,
         Done,
     };
@@ -58,6 +59,9 @@ private:
     bool runAction(const PlanAction& action, const char* which, QString* error);
     RunOutcome runBackup();
     RunOutcome runRestore();
+    // After a backup: every pack the restore points need is in the storage.
+    void checkConsistency(const Orv::Repository::Repository& repository,
+                          const QString& generationId, RunOutcome* outcome);
     void setStep(Step step);
 
     RunRequest m_request;
