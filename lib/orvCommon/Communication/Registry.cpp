@@ -35,6 +35,15 @@ const QList<TypedEntry>& typedTable()
         typed<V2::Plan::GetPlanList>("GetPlanList"), typed<V2::Plan::StartPlan>("StartPlan"),
         typed<V2::Plan::StopPlan>("StopPlan"),       typed<V2::Plan::RemovePlan>("RemovePlan"),
         typed<V2::GetConnection>("GetConnection"),   typed<V2::Storage::SaveStorage>("SaveStorage"),
+        typed<V2::Repository::GetBunchList>("GetBunchList"),
+        typed<V2::Repository::GetGenerationList>("GetGenerationList"),
+        typed<V2::Repository::GetRestorePointList>("GetRestorePointList"),
+        typed<V2::Repository::GetBunchRestorePointList>("GetBunchRestorePointList"),
+        typed<V2::Repository::GetContent>("GetContent"),
+        typed<V2::Repository::GetRestorePointPaths>("GetRestorePointPaths"),
+        typed<V2::Repository::StartDeepSync>("StartDeepSync"),
+        typed<V2::Repository::RemoveDataBunch>("RemoveDataBunch"),
+        typed<V2::Repository::RemoveDataGeneration>("RemoveDataGeneration"),
     };
     return table;
 }
