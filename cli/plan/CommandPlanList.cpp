@@ -43,6 +43,8 @@ void CommandPlanList::getPlanList()
     try {
         auto request = QSharedPointer<GetPlanList::Request>::create();
         request->setProfile(QString::fromLocal8Bit(qgetenv("USER")));
+        // The listing shows no plan's settings.
+        request->setWithoutPlanXml(true);
         CommandChannel::sendTyped(GetPlanList::CommandId, request, this,
                                   &CommandPlanList::onGetPlanListResult);
     } catch (const QString& message) {

@@ -42,6 +42,7 @@ LoadPlanObject::LoadPlanObject(const QVariant& value, Type type, QObject* parent
 bool LoadPlanObject::exec()
 {
     m_plan.reset();
+    m_chosen = QUuid();
     m_sameNames = false;
     m_errorString.clear();
     try {
@@ -68,6 +69,8 @@ void LoadPlanObject::send()
 {
     auto request = QSharedPointer<GetPlanList::Request>::create();
     request->setProfile(QString::fromLocal8Bit(qgetenv("USER")));
+    request->setWithoutPlanXml(m_chosen.isNull());
+    request->setPlanId(m_chosen);
     CommandChannel::sendTyped(GetPlanList::CommandId, request, this,
                               &LoadPlanObject::onGetPlanListResult);
 }
@@ -106,6 +109,20 @@ void LoadPlanObject::onGetPlanListResult()
 
 void LoadPlanObject::pick(const QJsonArray& plans)
 {
+    if (!m_chosen.isNull()) {
+        for (const QJsonValue& value : plans) {
+            auto plan = QSharedPointer<Orv::Info::PlanObject>::create(
+                Orv::Info::PlanObject::fromRow(value.toObject()));
+            if (plan->id() != m_chosen)
+                continue;
+            m_plan = plan;
+            emit finished();
+            return;
+        }
+        // Removed between the two requests.
+        fail(QStringLiteral("Unknown plan ID: ") + m_chosen.toString());
+        return;
+    }
     QSharedPointer<Orv::Info::PlanObject> found;
     int matches = 0;
     for (const QJsonValue& value : plans) {
@@ -129,8 +146,8 @@ void LoadPlanObject::pick(const QJsonArray& plans)
         fail(kSameNames);
         return;
     }
-    m_plan = found;
-    emit finished();
+    m_chosen = found->id();
+    send();
 }
 
 void LoadPlanObject::fail(const QString& message)

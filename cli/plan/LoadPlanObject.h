@@ -51,6 +51,9 @@ private slots:
     void onGetPlanListResult();
 
 private:
+    // First the list without the plans' XML (names and ids are enough to
+    // choose), then the chosen plan's whole row: with many plans the list
+    // would otherwise carry every plan's document.
     void send();
     void pick(const QJsonArray& plans);
     void fail(const QString& message);
@@ -59,6 +62,8 @@ private:
     QUuid m_id;
     QString m_name;
     QSharedPointer<Orv::Info::PlanObject> m_plan;
+    // The plan chosen from the slim list, whose whole row is asked for next.
+    QUuid m_chosen;
     bool m_sameNames = false;
     QString m_errorString;
 };

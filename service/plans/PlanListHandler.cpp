@@ -24,10 +24,13 @@ void PlanListHandler::install(HandlerRegistry& registry)
                           refresh();
                           return NamedOutcome::success(m_namedData);
                       });
-    registry.addTyped<GetPlanList>([this](const GetPlanList::Request&, const RequestContext&) {
-        refresh();
-        return TypedOutcome::done(m_typedResponse);
-    });
+    registry.addTyped<GetPlanList>(
+        [this](const GetPlanList::Request& request, const RequestContext&) {
+            refresh();
+            if (!request.planId().isNull())
+                return TypedOutcome::done(onePlan(request.planId(), request.withoutPlanXml()));
+            return TypedOutcome::done(request.withoutPlanXml() ? m_slimResponse : m_typedResponse);
+        });
 }
 
 QJsonArray PlanListHandler::rows()
@@ -68,7 +71,8 @@ void PlanListHandler::refresh()
     if (stamp == m_stamp && !m_runner.anyRunning())
         return;
     m_stamp = stamp;
-    const QJsonArray list = rows();
+    m_rows = rows();
+    const QJsonArray& list = m_rows;
     QJsonObject named{{QLatin1String(GetList::Reply::Key), list}};
     const QMap<QString, QString> damaged = m_catalog.damaged();
     if (!damaged.isEmpty()) {
@@ -82,6 +86,30 @@ void PlanListHandler::refresh()
     GetPlanList::Response response;
     response.setPlanList(list);
     m_typedResponse = EncodedJson(response.toJson());
+    QJsonArray slim;
+    for (const QJsonValue& row : list) {
+        QJsonObject object = row.toObject();
+        object.remove(QLatin1String(Info::PlanXml));
+        slim.append(object);
+    }
+    response.setPlanList(slim);
+    m_slimResponse = EncodedJson(response.toJson());
+}
+
+EncodedJson PlanListHandler::onePlan(const QUuid& id, bool withoutPlanXml) const
+{
+    QJsonArray found;
+    for (const QJsonValue& row : m_rows) {
+        QJsonObject object = row.toObject();
+        if (QUuid(object.value(QLatin1String(Info::ID)).toString()) != id)
+            continue;
+        if (withoutPlanXml)
+            object.remove(QLatin1String(Info::PlanXml));
+        found.append(object);
+    }
+    GetPlanList::Response response;
+    response.setPlanList(found);
+    return EncodedJson(response.toJson());
 }
 
 } // namespace Orv::Service

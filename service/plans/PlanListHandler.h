@@ -51,14 +51,18 @@ private:
     };
     void refresh();
     QJsonArray rows();
+    EncodedJson onePlan(const QUuid& id, bool withoutPlanXml) const;
 
     PlanCatalog& m_catalog;
     RunHistory& m_history;
     JobRunner& m_runner;
     ScheduleText m_scheduleText;
     Stamp m_stamp;
+    QJsonArray m_rows;
     EncodedJson m_namedData;
     EncodedJson m_typedResponse;
+    // The same rows without their PlanXml, for listings.
+    EncodedJson m_slimResponse;
 };
 
 } // namespace Orv::Service

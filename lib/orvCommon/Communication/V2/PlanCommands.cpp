@@ -39,7 +39,12 @@ bool StartPlan::Request::fromJson(const QJsonObject& object)
 
 QJsonObject GetPlanList::Request::toJson() const
 {
-    return {{QStringLiteral("profile"), m_profile}};
+    QJsonObject object{{QStringLiteral("profile"), m_profile}};
+    if (m_withoutPlanXml)
+        object.insert(QStringLiteral("withoutPlanXml"), true);
+    if (!m_planId.isNull())
+        object.insert(QStringLiteral("planId"), m_planId.toString(QUuid::WithoutBraces));
+    return object;
 }
 
 bool GetPlanList::Request::fromJson(const QJsonObject& object)
@@ -48,6 +53,8 @@ bool GetPlanList::Request::fromJson(const QJsonObject& object)
     if (!profile.isString() && !profile.isUndefined())
         return false;
     m_profile = profile.toString();
+    m_withoutPlanXml = object.value(QStringLiteral("withoutPlanXml")).toBool();
+    m_planId = QUuid::fromString(object.value(QStringLiteral("planId")).toString());
     return true;
 }
 

@@ -18,11 +18,20 @@ public:
     public:
         void setProfile(const QString& profile) { m_profile = profile; }
         QString profile() const { return m_profile; }
+        // Rows without their PlanXml: what a listing needs, a fraction of
+        // the bytes.
+        void setWithoutPlanXml(bool without) { m_withoutPlanXml = without; }
+        bool withoutPlanXml() const { return m_withoutPlanXml; }
+        // Only the row of this plan (none when there is no such plan).
+        void setPlanId(const QUuid& id) { m_planId = id; }
+        QUuid planId() const { return m_planId; }
         QJsonObject toJson() const override;
         bool fromJson(const QJsonObject& object) override;
 
     private:
         QString m_profile;
+        bool m_withoutPlanXml = false;
+        QUuid m_planId;
     };
 
     class Response : public Command::Response
