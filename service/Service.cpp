@@ -12,6 +12,7 @@
 #include "service/SignalBridge.h"
 #include "service/accounts/StorageScan.h"
 #include "service/jobs/RunNotifier.h"
+#include "service/repository/RepositoryHandler.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -187,6 +188,13 @@ Service::Service(QObject* parent)
         QDir(Orv::Defines::AppPath::to().data()).filePath(QStringLiteral("cache")));
     // A child: it goes after the runner, which it only listens to.
     (new RunNotifier(this))->watch(m_runner, m_plans, m_history);
+    // A child too: its workers use nothing of the service but what they were
+    // given, and it asks the runner and the plans only on the event loop.
+    (new RepositoryHandler(
+         m_accounts, m_plans,
+         QDir(Orv::Defines::AppPath::to().data()).filePath(QStringLiteral("cache")),
+         [this](const QUuid& plan) { return m_runner.isRunning(plan); }, this))
+        ->install(m_registry);
     m_connections.install(m_registry);
     m_accountChanges.install(m_registry);
     m_sync.install(m_registry);

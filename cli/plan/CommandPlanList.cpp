@@ -3,6 +3,7 @@
 #include "CommandChannel.h"
 #include "Console.h"
 #include "PlanObject.h"
+#include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
 
 namespace Orv::CLI {
@@ -66,6 +67,11 @@ void CommandPlanList::onGetPlanListResult()
     }
     if (!response)
         return;
+    namespace Reply = Orv::Common::Communication::Commands::Format::Storage::GetConnection::Reply;
+    for (const QJsonValue& file : response->damaged())
+        warn(QStringLiteral("Warning: the plan file %1 was skipped: %2\n")
+                 .arg(file[QLatin1String(Reply::DamagedFile)].toString().left(4096),
+                      file[QLatin1String(Reply::DamagedReason)].toString().left(4096)));
     const QString type = wantedType();
     QString text =
         type.isEmpty() ? QStringLiteral("Plan list\n") : QStringLiteral("%1 plan list\n").arg(type);

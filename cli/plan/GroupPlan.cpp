@@ -1,8 +1,10 @@
 #include "GroupPlan.h"
 
 #include "CommandCreateBackupPlan.h"
+#include "CommandCreateRestorePlan.h"
 #include "CommandDeletePlan.h"
 #include "CommandEditBackupPlan.h"
+#include "CommandEditRestorePlan.h"
 #include "CommandPlanDetailInfo.h"
 #include "CommandPlanList.h"
 #include "CommandStartPlan.h"
@@ -20,6 +22,8 @@ PlanGroup::PlanGroup(QObject* parent)
     addSubItem(QSharedPointer<CommandDeletePlan>::create());
     addSubItem(QSharedPointer<CommandCreateBackupPlan>::create());
     addSubItem(QSharedPointer<CommandEditBackupPlan>::create());
+    addSubItem(QSharedPointer<CommandCreateRestorePlan>::create());
+    addSubItem(QSharedPointer<CommandEditRestorePlan>::create());
 }
 
 } // namespace Orv::CLI

@@ -138,7 +138,8 @@ bool describeBackup(const BackupFile& plan, const RunSettings& settings, bool lo
         }
         d.algorithm = algorithmWord(plan.encryption().encryptionType());
         d.password = plan.encryption().password().toUtf8();
-        d.hint = plan.encryption().hint();
+        // Plans keep the hint as Base64 text; the generation record keeps its bytes.
+        d.hint = QByteArray::fromBase64(plan.encryption().hint());
     }
     d.forceFull = forceFull;
     d.threads = settings.threads;

@@ -75,15 +75,15 @@ void PlanListHandler::refresh()
     const QJsonArray& list = m_rows;
     QJsonObject named{{QLatin1String(GetList::Reply::Key), list}};
     const QMap<QString, QString> damaged = m_catalog.damaged();
-    if (!damaged.isEmpty()) {
-        QJsonArray files;
-        for (auto it = damaged.cbegin(); it != damaged.cend(); ++it)
-            files.append(QJsonObject{{QLatin1String(Damaged::DamagedFile), it.key()},
-                                     {QLatin1String(Damaged::DamagedReason), it.value()}});
+    QJsonArray files;
+    for (auto it = damaged.cbegin(); it != damaged.cend(); ++it)
+        files.append(QJsonObject{{QLatin1String(Damaged::DamagedFile), it.key()},
+                                 {QLatin1String(Damaged::DamagedReason), it.value()}});
+    if (!files.isEmpty())
         named.insert(QLatin1String(Damaged::Damaged), files);
-    }
     m_namedData = EncodedJson(named);
     GetPlanList::Response response;
+    response.setDamaged(files);
     response.setPlanList(list);
     m_typedResponse = EncodedJson(response.toJson());
     QJsonArray slim;

@@ -14,9 +14,11 @@ const QByteArray kBanner = "Orv Backup Command Line Interface started\n\n";
 // "set", "add" and "edit" collapsed to one line each.
 const QByteArray kPlanItems =
     "\tcreate_backup        - create a new plan to backup files to storage\n"
+    "\tcreate_restore       - create a new plan to restore files from storage\n"
     "\tdelete               - delete plan\n"
     "\tdetails              - get plan details\n"
     "\tedit_backup          - edit an existing backup plan\n"
+    "\tedit_restore         - edit an existing restore plan\n"
     "\tlist                 - list all plan names and ids \n"
     "\tstart                - run custom plan now\n"
     "\tstop                 - stop plan now\n";
@@ -37,7 +39,11 @@ const QByteArray kRootItems = "account <command> - account commands: \n"
                               "plan <command> - plan commands: \n" +
                               kPlanItems +
                               "\n"
-                              "\n" // storage
+                              "storage <command> - storage commands: \n"
+                              "\tdeep-sync            - storage deepsync\n"
+                              "\tdelete               - storage delete backup data\n"
+                              "\tlist                 - storage list\n"
+                              "\n"
                               "version              - Show product version\n"
                               "\n";
 
@@ -95,7 +101,7 @@ TEST(Cli, VersionPrintsTheBuildVersionAndItsHelp)
 TEST(Cli, GroupWithoutWordsOrWithHelpWordShowsItsListing)
 {
     Sandbox sandbox;
-    expectOutput(sandbox.run({QStringLiteral("storage")}), kBanner + "\n\n");
+    expectOutput(sandbox.run({QStringLiteral("feedback")}), kBanner + "\n\n");
     expectOutput(sandbox.run({QStringLiteral("plan")}), kBanner + kPlanItems + "\n\n");
     expectOutput(sandbox.run({QStringLiteral("plan"), QStringLiteral("-h")}),
                  kBanner + kPlanItems + "\n\n");

@@ -1,6 +1,7 @@
-// The backup plan commands: the order and texts of their checks, what the
-// options write into a plan, and create_backup and edit_backup against a
-// service made up in the test process, down to the plan XML it receives.
+// The plan commands: the order and texts of their checks, what the options
+// write into a plan, and create_backup, edit_backup, create_restore and
+// edit_restore against a service made up in the test process, down to the
+// plan XML it receives.
 
 #include "orvCommon/Communication/V2/PlanCommands.h"
 
@@ -8,8 +9,10 @@
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/Manager.h"
 #include "orvCommon/Communication/V2/GetConnection.h"
+#include "orvCommon/Communication/V2/RepositoryCommands.h"
 #include "orvInfo/Plan/Factory.h"
 #include "orvInfo/PlanObject.h"
+#include "orvInfo/Repository/Objects.h"
 #include "plan/CommandPlanBase.h"
 #include "service/channel/Dispatcher.h"
 #include "service/channel/HandlerRegistry.h"
@@ -22,6 +25,7 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QJsonArray>
+#include <QLocale>
 #include <QLoggingCategory>
 #include <QTimer>
 #include <functional>
@@ -33,6 +37,8 @@ using Orv::CLI::CommandPlanBase;
 namespace Format = Orv::Common::Communication::Commands::Format;
 using GetConnection = Orv::Common::Communication::V2::GetConnection;
 using GetPlanList = Orv::Common::Communication::V2::Plan::GetPlanList;
+using StartPlan = Orv::Common::Communication::V2::Plan::StartPlan;
+namespace Repo = Orv::Common::Communication::V2::Repository;
 
 namespace {
 
@@ -507,8 +513,11 @@ protected:
         registry.addNamed(Format::Plan::CommonEdit::Name, [this](const QJsonObject& params,
                                                                  const RequestContext&) {
             saved.append(params);
+            if (listSaved)
+                list(params["planXML"].toString());
             return refusal.isEmpty() ? NamedOutcome::success() : NamedOutcome::failure(refusal);
         });
+        addRepository();
         dispatcher.setReady(true);
         QString error;
         ASSERT_TRUE(server.listen(instance.path(QStringLiteral("orvd.sock")), &error));
@@ -540,15 +549,75 @@ protected:
         return {application.result(), capture.take()};
     }
 
-    void addPlan(const Base& plan)
+    static QJsonObject planRow(const QString& xml)
     {
-        const QString xml = plan.toXml();
-        plans.append(Orv::Info::PlanObject::fromPlanXml(xml.toUtf8(), nullptr).toRow());
+        return Orv::Info::PlanObject::fromPlanXml(xml.toUtf8(), nullptr).toRow();
+    }
+
+    void addPlan(const Base& plan) { plans.append(planRow(plan.toXml())); }
+
+    // A plan saved again replaces its row, as in the service.
+    void list(const QString& xml)
+    {
+        const QJsonObject row = planRow(xml);
+        for (int i = 0; i < plans.size(); ++i)
+            if (plans.at(i)["ID"] == row["ID"]) {
+                plans.replace(i, row);
+                return;
+            }
+        plans.append(row);
+    }
+
+    // The repository of the account as the service reports it: bunches, the
+    // restore points of each (keyed by bunch id), every generation, and the
+    // paths that the points hold (each request recorded as "generation/point
+    // password"). A bunch named in pointRefusals cannot list its points.
+    void addRepository()
+    {
+        const auto listed = [](const QJsonArray& items) {
+            Repo::ListResponse response;
+            response.setItems(items);
+            return TypedOutcome::done(response);
+        };
+        registry.addTyped<Repo::GetBunchList>(
+            [this, listed](const Repo::RepositoryRequest&, const RequestContext&) {
+                return listed(bunches);
+            });
+        registry.addTyped<Repo::GetBunchRestorePointList>(
+            [this, listed](const Repo::RepositoryRequest& request, const RequestContext&) {
+                if (pointRefusals.contains(request.bunchId()))
+                    return TypedOutcome::failed(QStringLiteral("The bunch index is damaged"));
+                return listed(points[request.bunchId()].toArray());
+            });
+        registry.addTyped<Repo::GetGenerationList>(
+            [this, listed](const Repo::RepositoryRequest&, const RequestContext&) {
+                return listed(generations);
+            });
+        registry.addTyped<Repo::GetRestorePointPaths>(
+            [this, listed](const Repo::RepositoryRequest& request, const RequestContext&) {
+                pathRequests.append(request.generationId() + '/' + request.restorePointId() + ' ' +
+                                    request.password());
+                QJsonArray found;
+                for (const QString& path : request.paths())
+                    if (heldPaths.contains(path))
+                        found.append(path);
+                return listed(found);
+            });
+        registry.addTyped<StartPlan>(
+            [this](const StartPlan::Request& request, const RequestContext&) {
+                started.append(request.planId());
+                return TypedOutcome::done(Orv::Common::Communication::V2::Plan::EmptyResponse());
+            });
     }
 
     QSharedPointer<BackupFile> savedPlan(int index) const
     {
         return Factory::create(saved.at(index)["planXML"].toString()).dynamicCast<BackupFile>();
+    }
+
+    QSharedPointer<RestoreFile> savedRestore() const
+    {
+        return Factory::create(saved.last()["planXML"].toString()).dynamicCast<RestoreFile>();
     }
 
     TemporaryInstance instance;
@@ -558,6 +627,14 @@ protected:
     int expectedSaves = 0;
     int tryLater = 0;
     QString refusal;
+    bool listSaved = false;
+    QJsonArray bunches;
+    QJsonObject points;
+    QJsonArray generations;
+    QStringList heldPaths;
+    QStringList pointRefusals;
+    QStringList pathRequests;
+    QList<QUuid> started;
     HandlerRegistry registry;
     Dispatcher dispatcher{registry};
     SocketServer server{dispatcher};
@@ -767,4 +844,186 @@ TEST_F(PlanCommands, EditChangesOnlyWhatIsGivenAndKeepsThePlan)
     const Outcome failed = run({"edit_backup", "--name", "Nightly", "--confirm"});
     EXPECT_EQ(failed.result, -1);
     EXPECT_EQ(failed.printed, kBanner + "The plan file cannot be written\n");
+}
+
+namespace {
+
+QJsonObject point(const char* id, const char* generation, const QDateTime& start)
+{
+    Orv::Info::Repository::RestorePoint p;
+    p.setId(QString::fromLatin1(id));
+    p.setGenerationId(QString::fromLatin1(generation));
+    p.setStartDate(start);
+    return p.toJson();
+}
+
+QJsonObject generation(const char* id, bool encrypted, bool deepSync)
+{
+    Orv::Info::Repository::Generation g;
+    g.setId(QString::fromLatin1(id));
+    g.setEncrypted(encrypted);
+    g.setDeepSync(deepSync);
+    return g.toJson();
+}
+
+} // namespace
+
+// create_restore and edit_restore against an account whose bunch "Nightly"
+// has a clear point in generation g1 and a newer encrypted one in g2, and
+// whose bunch "Dirty" waits for a deep sync: what reaches the service, and
+// every refusal with its text.
+TEST_F(PlanCommands, RestorePlansArePlacedOnAPointOfTheirBunch)
+{
+    const QString nightly = QStringLiteral("5f1e2d3c-4b5a-4968-8776-a5b4c3d2e1f0");
+    const QDateTime first(QDate(2024, 3, 1), QTime(10, 0, 20));
+    const QDateTime second(QDate(2024, 3, 2), QTime(22, 30, 5));
+    bunches = {QJsonObject{{"id", nightly}, {"name", "Nightly"}},
+               QJsonObject{{"id", "dirty"}, {"name", "Dirty"}},
+               QJsonObject{{"id", "broken"}, {"name", "Broken"}}};
+    points = {{nightly, QJsonArray{point("p1", "g1", first), point("p2", "g2", second)}},
+              {"dirty", QJsonArray{point("p3", "g3", first)}}};
+    generations = {generation("g1", false, false), generation("g2", true, false),
+                   generation("g3", false, true)};
+    heldPaths = QStringList{"/home/docs", "/etc/hosts"};
+    pointRefusals = QStringList{"broken"};
+    listSaved = true;
+    // The locale's short form is that of the United States here.
+    const QLocale locale;
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+
+    RestoreFile kept;
+    kept.setName(QStringLiteral("Kept"));
+    kept.setStorage(QUuid(kFolder));
+    kept.setIsArchive(true);
+    kept.setRestoreType(Restore::RestoreType::PointInTime);
+    kept.setPointInTime(QDateTime(QDate(2024, 3, 1), QTime(10, 0)));
+    kept.setRestorePoint(nightly + "/g1/p1");
+    kept.setRestoreItems({QStringLiteral("/home/docs")});
+    addPlan(kept);
+    BackupFile backup;
+    backup.setName(QStringLiteral("Docs backup"));
+    addPlan(backup);
+
+    const QByteArray saveAndRun = "\nSuccess\n\nSuccess.\n";
+    using Check = std::function<void(const RestoreFile&)>;
+    struct Row
+    {
+        QStringList args;
+        QByteArray printed;
+        Check check = {};
+    };
+    const QStringList create{"create_restore", "--confirm", "--account", "Folder"};
+    const QStringList edit{"edit_restore", "--name", "Kept", "--confirm"};
+    const QVector<Row> rows{
+        {create + QStringList{"--bunch", "Nightly", "--restore-point", "01.03.2024 10:00", "--path",
+                              "/home/docs/", "--path", "/nope", "--restore-location", "/srv/back",
+                              "--overwrite-files", "true", "--restore-new-files", "true",
+                              "--restore-deleted-files", "false"},
+         "/nope - nothing to restore.\n" + saveAndRun,
+         [&](const RestoreFile& p) {
+             EXPECT_TRUE(p.isArchive());
+             EXPECT_EQ(p.restorePoint(), nightly + "/g1/p1");
+             EXPECT_EQ(p.restoreType(), Restore::RestoreType::PointInTime);
+             EXPECT_EQ(p.restoreItems(), QStringList{"/home/docs"});
+             EXPECT_FALSE(p.restoreToOriginalLocation());
+             EXPECT_EQ(p.destination(), QStringLiteral("/srv/back"));
+             EXPECT_FALSE(p.skipExistingFiles());
+             EXPECT_TRUE(p.onlyNewFiles());
+             EXPECT_FALSE(p.restoreDeletedFiles());
+             EXPECT_FALSE(p.useEncryption());
+             EXPECT_EQ(p.deletePlan(), Restore::DeleteType::Never);
+             EXPECT_EQ(pathRequests.last(), QStringLiteral("g1/p1 "));
+             EXPECT_TRUE(started.isEmpty()) << "a kept plan waits for its schedule";
+         }},
+        // The latest version stays the bunch alone; restore-once runs at once.
+        {create + QStringList{"--bunch", "{" + nightly + "}", "--latest-version",
+                              "--decryption-password", "pw", "--restore-once", "true"},
+         saveAndRun,
+         [&](const RestoreFile& p) {
+             EXPECT_EQ(p.restorePoint(), nightly);
+             EXPECT_EQ(p.restoreType(), Restore::RestoreType::LatestVersion);
+             EXPECT_TRUE(p.useEncryption());
+             EXPECT_EQ(p.encryptionPassword(), QStringLiteral("pw"));
+             EXPECT_EQ(p.deletePlan(), Restore::DeleteType::OnSucceeds);
+             EXPECT_TRUE(p.restoreToOriginalLocation());
+             EXPECT_TRUE(p.skipExistingFiles());
+             EXPECT_EQ(started, QList<QUuid>{p.id()});
+         }},
+        // The current format: the locale's form, no bunch, files deleted at
+        // the source always come back.
+        {create + QStringList{"--restore-point", "3/2/24 10:30 PM", "--restore-deleted-files",
+                              "false", "--path", "/etc", "--name", "Legacy"},
+         "\nSuccess\n\nSuccess.\n",
+         [](const RestoreFile& p) {
+             EXPECT_FALSE(p.isArchive());
+             EXPECT_EQ(p.name(), QStringLiteral("Legacy"));
+             EXPECT_EQ(p.pointInTime(), QDateTime(QDate(2024, 3, 2), QTime(22, 30)));
+             EXPECT_TRUE(p.restorePoint().isEmpty());
+             EXPECT_EQ(p.restoreItems(), QStringList{"/etc"});
+             EXPECT_TRUE(p.restoreDeletedFiles());
+         }},
+        {QStringList{"create_restore", "--confirm", "--account", "Amazon", "--latest-version",
+                     "--glacier-retrieval-rate", "Bulk", "--transfer-acceleration", "true"},
+         saveAndRun,
+         [](const RestoreFile& p) {
+             EXPECT_EQ(p.storageInfo().type(), RestoreStorageInfo::Type::Bulk);
+             EXPECT_TRUE(p.storageInfo().useS3Accelerated());
+             EXPECT_TRUE(p.name().startsWith(QLatin1String("Restore plan ")))
+                 << p.name().toStdString();
+         }},
+        {create + QStringList{"--bunch", "Nobody", "--latest-version"},
+         "Bunch with specified id(or name) not found.\n"},
+        {create + QStringList{"--bunch", "Broken", "--latest-version"},
+         "Cannot get restore points for bunch.\n"},
+        {create + QStringList{"--bunch", "Nightly", "--restore-point", "01.03.2024 10:01"},
+         "Restore point does not exist. Please verify restore point time.\n"},
+        {create + QStringList{"--bunch", "Dirty", "--latest-version"},
+         "Restore plan can't be created. Need deep sync or deep sync in progress.\n"},
+        {create + QStringList{"--bunch", "Nightly", "--latest-version"},
+         "Could not create plan. Need value of the '--decryption-password' option.\n"},
+        {create + QStringList{"--bunch", "Nightly", "--restore-point", "01.03.2024 10:00", "--path",
+                              "/nope"},
+         "/nope - nothing to restore.\nNothing to restore.\n"},
+        {create + QStringList{"--restore-point", "31.02.2024 10:00"},
+         "Wrong point in time specified. (Date format: 'dd.MM.yyyy hh:mm' or 'dd/MM/yy hh:mm "
+         "XM')\n"},
+        {create + QStringList{"--latest-version", "--overwrite-files", "false",
+                              "--restore-new-files", "true"},
+         "[ restore-new-files ] can't be set separately from [ overwrite-files ] true.\n"},
+        {{"edit_restore", "--name", "Kept"},
+         "Please confirm edit plan:\nKept " + kept.id().toString().toUtf8()},
+        {{"edit_restore", "--name", "Docs backup", "--confirm"}, "Could not edit restore plan.\n"},
+        {edit + QStringList{"--restore-point", "02.03.2024 22:30"},
+         "Could not edit restore plan. Need value of the '--decryption-password' option.\n"},
+        {edit + QStringList{"--bunch", "Broken"}, "Cannot get restore points for bunch.\n"},
+        // Moved to the newer point, the plan keeps its paths, checked again.
+        {edit + QStringList{"--restore-point", "02.03.2024 22:30", "--decryption-password", "pw",
+                            "--overwrite-files", "false"},
+         "\nSuccess.\n",
+         [&](const RestoreFile& p) {
+             EXPECT_EQ(p.id(), kept.id());
+             EXPECT_EQ(p.restorePoint(), nightly + "/g2/p2");
+             EXPECT_EQ(p.restoreItems(), QStringList{"/home/docs"});
+             // An encrypted point is read with the password.
+             EXPECT_EQ(pathRequests.last(), QStringLiteral("g2/p2 pw"));
+             EXPECT_EQ(p.encryptionPassword(), QStringLiteral("pw"));
+             EXPECT_TRUE(p.skipExistingFiles());
+         }},
+    };
+    for (const Row& row : rows) {
+        const int before = saved.size();
+        const Outcome outcome = run(row.args);
+        const std::string label = row.args.join(QLatin1Char(' ')).toStdString();
+        EXPECT_EQ(outcome.printed.toStdString(),
+                  (kBanner + row.printed + (row.check ? "" : "\n")).toStdString())
+            << label;
+        EXPECT_EQ(outcome.result, row.check ? 0 : -1) << label;
+        ASSERT_EQ(saved.size(), before + (row.check ? 1 : 0)) << label;
+        if (!row.check)
+            continue;
+        const QSharedPointer<RestoreFile> plan = savedRestore();
+        ASSERT_TRUE(plan) << label;
+        row.check(*plan);
+    }
+    QLocale::setDefault(locale);
 }

@@ -60,7 +60,10 @@ bool GetPlanList::Request::fromJson(const QJsonObject& object)
 
 QJsonObject GetPlanList::Response::toJson() const
 {
-    return {{QStringLiteral("planList"), m_plans}};
+    QJsonObject object{{QStringLiteral("planList"), m_plans}};
+    if (!m_damaged.isEmpty())
+        object.insert(QStringLiteral("damaged"), m_damaged);
+    return object;
 }
 
 bool GetPlanList::Response::fromJson(const QJsonObject& object)
@@ -69,6 +72,7 @@ bool GetPlanList::Response::fromJson(const QJsonObject& object)
     if (!plans.isArray())
         return false;
     m_plans = plans.toArray();
+    m_damaged = object.value(QStringLiteral("damaged")).toArray();
     return true;
 }
 

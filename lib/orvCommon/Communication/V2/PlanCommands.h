@@ -39,11 +39,16 @@ public:
     public:
         void setPlanList(const QJsonArray& plans) { m_plans = plans; }
         QJsonArray planList() const { return m_plans; }
+        // The plan files the service could not read, each {"File", "Reason"}
+        // (Commands::Format::Storage::GetConnection::Reply's members).
+        void setDamaged(const QJsonArray& files) { m_damaged = files; }
+        QJsonArray damaged() const { return m_damaged; }
         QJsonObject toJson() const override;
         bool fromJson(const QJsonObject& object) override;
 
     private:
         QJsonArray m_plans;
+        QJsonArray m_damaged;
     };
 
     using Command = TypedCommand<Request, Response>;

@@ -1,0 +1,149 @@
+#include "CommandEditRestorePlan.h"
+
+#include "CommandChannel.h"
+#include "LoadPlanObject.h"
+#include "orvCommon/Communication/Format.h"
+#include "orvInfo/Plan/Factory.h"
+
+namespace Orv::CLI {
+
+using namespace Orv::Info::Plan;
+namespace CommonEdit = Orv::Common::Communication::Commands::Format::Plan::CommonEdit;
+
+CommandEditRestorePlan::CommandEditRestorePlan(QObject* parent)
+    : CommandCreateRestorePlan(QStringLiteral("edit_restore"),
+                               QStringLiteral("edit an existing restore plan"), Edit, parent)
+{
+    connect(this, &CommandPlanBase::cloudTypeLoaded, this,
+            &CommandEditRestorePlan::onCloudTypeKnown);
+}
+
+int CommandEditRestorePlan::process(const QStringList& words)
+{
+    const int result = CommandCreateRestorePlan::process(words);
+    if (result != Valid)
+        return result;
+    const QString id = valueOf(m_idOption);
+    if (given(m_idOption) && QUuid(id).isNull()) {
+        emit error(QStringLiteral("Invalid format data for ID: ") + id);
+        return Started;
+    }
+    auto* loader = given(m_idOption) ? new LoadPlanObject(QUuid(id), this)
+                                     : new LoadPlanObject(valueOf(m_nameOption), this);
+    connect(loader, &LoadPlanObject::finished, this,
+            &CommandEditRestorePlan::onLoadPlanObjectResult);
+    connect(loader, &LoadPlanObject::error, this, [this, loader](const QString& message) {
+        loader->deleteLater();
+        emit error(message);
+    });
+    loader->exec();
+    return Started;
+}
+
+void CommandEditRestorePlan::onLoadPlanObjectResult()
+{
+    auto* loader = qobject_cast<LoadPlanObject*>(sender());
+    loader->deleteLater();
+    const QSharedPointer<Orv::Info::PlanObject> found = loader->planObject();
+    if (!given(m_confirmOption)) {
+        emit error(QStringLiteral("Please confirm edit plan:") + QStringLiteral("\n") +
+                   found->displayName() + QStringLiteral(" ") + found->id().toString());
+        return;
+    }
+    const QSharedPointer<RestoreFile> plan =
+        Factory::create(found->planXml()).dynamicCast<RestoreFile>();
+    if (!plan) {
+        emit error(QStringLiteral("Could not edit restore plan.\n"));
+        return;
+    }
+    m_plan = *plan;
+    if (given(m_accountOption))
+        loadConnectionInfo();
+    else
+        cloudType(m_plan.storage());
+}
+
+void CommandEditRestorePlan::accountResolved()
+{
+    m_plan.setStorage(getStorageId());
+    m_plan.setAccountId(getStorageId());
+    m_accountId = getStorageId();
+    loadRestoreSource();
+}
+
+void CommandEditRestorePlan::onCloudTypeKnown()
+{
+    m_accountId = m_plan.storage();
+    loadRestoreSource();
+}
+
+bool CommandEditRestorePlan::restoresFromBunch() const
+{
+    const bool nbf = m_plan.isArchive() || given(m_bunchOption);
+    return nbf && (given(m_bunchOption) || given(m_restorePointOption) ||
+                   given(m_latestVersionOption) || m_parser.isSet(m_pathOption));
+}
+
+QString CommandEditRestorePlan::bunchKey() const
+{
+    if (given(m_bunchOption))
+        return valueOf(m_bunchOption);
+    return m_plan.restorePoint().section(QLatin1Char('/'), 0, 0);
+}
+
+void CommandEditRestorePlan::fillPlan()
+{
+    changePlan();
+}
+
+void CommandEditRestorePlan::changePlan()
+{
+    checkFormat(m_plan.isArchive() || given(m_bunchOption));
+    // Found by id, the plan may be renamed.
+    if (given(m_idOption) && given(m_nameOption))
+        m_plan.setName(valueOf(m_nameOption));
+    if (given(m_bunchOption))
+        m_plan.setIsArchive(true);
+    setRestoreType();
+    if (restoresFromBunch())
+        initRestorePoint();
+    setRestoreItems();
+    setRestoreOptions();
+}
+
+void CommandEditRestorePlan::sendPlan()
+{
+    editPlan();
+}
+
+void CommandEditRestorePlan::editPlan()
+{
+    QString xmlError;
+    // A password this process cannot open goes back sealed as it came.
+    const QString xml = m_plan.toXml(Base::SecretForm::Plain, &xmlError);
+    if (xml.isEmpty())
+        throw xmlError;
+    CommandChannel::sendNamed(
+        QLatin1String(CommonEdit::Name),
+        {{QLatin1String(CommonEdit::Request::Profile), QString::fromLocal8Bit(qgetenv("USER"))},
+         {QLatin1String(CommonEdit::Request::PlanXml), xml},
+         {QLatin1String(CommonEdit::Request::ID), m_plan.id().toString()}},
+        this, &CommandEditRestorePlan::onEditPlanResult);
+}
+
+void CommandEditRestorePlan::onEditPlanResult()
+{
+    QScopedPointer<CommandChannel::ICommand, QScopedPointerDeleteLater> command(
+        qobject_cast<CommandChannel::ICommand*>(sender()));
+    try {
+        CommandChannel::namedReplyData(command.data());
+    } catch (const QString& message) {
+        emit error(message == CommandChannel::kReplyFormatError
+                       ? QStringLiteral("Internal error: invalid command response format.\n")
+                       : message);
+        return;
+    }
+    emit finished(Show);
+}
+
+} // namespace Orv::CLI

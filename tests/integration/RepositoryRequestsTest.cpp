@@ -1,0 +1,378 @@
+// The repository requests answered by the real orvd on a folder account, over
+// backups its own plans made: the listings and their flags, paging through a
+// large folder, the deep sync that rebuilds a lost cache, and removals, which
+// wait for the bunch's plan to stop running.
+
+#include "AccountRuns.h"
+#include "ServiceRawClient.h"
+#include "orvCommon/Communication/Format.h"
+#include "orvCommon/Communication/V2/PlanCommands.h"
+#include "orvCommon/Communication/V2/RepositoryCommands.h"
+#include "orvInfo/Plan/BackupFile.h"
+#include "orvInfo/Plan/PlanResult.h"
+#include "orvInfo/PlanObject.h"
+#include "orvInfo/Repository/Objects.h"
+#include "support/Sandbox.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QSet>
+#include <QThread>
+#include <gtest/gtest.h>
+
+using namespace OrvTest;
+using namespace OrvTest::Accounts;
+using Orv::Info::PlanObject;
+using Orv::Info::Plan::PlanResult;
+namespace Format = Orv::Common::Communication::Commands::Format;
+namespace V2Plan = Orv::Common::Communication::V2::Plan;
+namespace Repo = Orv::Common::Communication::V2::Repository;
+namespace Info = Orv::Info::Repository;
+
+namespace {
+
+constexpr char kPassword[] = "correct horse";
+constexpr char kHint[] = "the stable, twice";
+
+// One answer: the error message (empty when done) and the list it carries.
+struct Answer
+{
+    QString error;
+    Repo::ListResponse list;
+};
+
+template <typename Object> QList<Object> objects(const Answer& answer)
+{
+    QList<Object> list;
+    for (const QJsonValue& value : answer.list.items()) {
+        Object object;
+        EXPECT_TRUE(object.fromJson(value.toObject()));
+        list.append(object);
+    }
+    return list;
+}
+
+class RepositoryRequests : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(sandbox.startService());
+        QDir().mkpath(sandbox.path(QStringLiteral("store")));
+        expectRun(run(sandbox, "account add filesystem --name Desk -p desk -f",
+                      {sandbox.path(QStringLiteral("store"))}),
+                  kSuccess);
+        accountId = QUuid(record(sandbox, QStringLiteral("Desk")).value("ID").toString());
+        ASSERT_FALSE(accountId.isNull());
+        source = sandbox.path(QStringLiteral("source"));
+        sandbox.writeFile(QStringLiteral("source/docs/a.txt"), "first");
+    }
+
+    Orv::Info::Plan::BackupFile backupPlan(const QString& name) const
+    {
+        Orv::Info::Plan::BackupFile plan;
+        plan.setId(QUuid::createUuid());
+        plan.setName(name);
+        plan.setStorage(accountId);
+        plan.setAccountId(accountId);
+        plan.setIsArchive(true);
+        plan.setItems({source});
+        plan.encryption().setEnabled(true);
+        plan.encryption().setPassword(QLatin1String(kPassword));
+        // As the command line keeps it.
+        plan.encryption().setHint(QByteArray(kHint).toBase64());
+        return plan;
+    }
+
+    QString save(const Orv::Info::Plan::Base& plan)
+    {
+        ServiceRawClient client(sandbox.socketPath());
+        const auto reply = client.call(
+            QLatin1String(Format::Plan::CommonEdit::Name),
+            {{QLatin1String(Format::Plan::CommonEdit::Request::PlanXml),
+              plan.toXml(Orv::Info::Plan::Base::SecretForm::Plain)},
+             {QLatin1String(Format::Plan::CommonEdit::Request::ID), plan.id().toString()}});
+        if (!reply)
+            return QStringLiteral("no reply");
+        return reply->value(QLatin1String(Format::Header::Status::ErrorString)).toString();
+    }
+
+    Answer typed(const QUuid& command, const QJsonObject& request)
+    {
+        ServiceRawClient client(sandbox.socketPath());
+        const auto reply = client.callTyped(command, request);
+        if (!reply)
+            return {QStringLiteral("no reply"), {}};
+        Answer answer;
+        if (reply->value(QLatin1String(Format::Header::Status::Key)).toInt() != 2)
+            answer.error = reply->value(QLatin1String(Format::Header::ErrorMessage)).toString();
+        answer.list.fromJson(reply->value(QLatin1String(Format::Header::TypedResponse)).toObject());
+        return answer;
+    }
+
+    Answer ask(const QUuid& command, Repo::RepositoryRequest request)
+    {
+        if (request.connectionId().isNull())
+            request.setConnectionId(accountId);
+        return typed(command, request.toJson());
+    }
+
+    static Repo::RepositoryRequest in(const QString& bunch, const QString& generation = {})
+    {
+        Repo::RepositoryRequest request;
+        request.setBunchId(bunch);
+        request.setGenerationId(generation);
+        return request;
+    }
+
+    QString start(const QUuid& plan, bool full = false)
+    {
+        return typed(V2Plan::StartPlan::CommandId,
+                     {{"planId", plan.toString(QUuid::WithoutBraces)}, {"isFull", full}})
+            .error;
+    }
+
+    PlanObject row(const QUuid& plan)
+    {
+        ServiceRawClient client(sandbox.socketPath());
+        const auto reply = client.call(QLatin1String(Format::Plan::GetList::Name));
+        const QJsonArray rows = reply ? reply->value(QLatin1String(Format::Header::Data))
+                                            .toObject()
+                                            .value(QLatin1String(Format::Plan::GetList::Reply::Key))
+                                            .toArray()
+                                      : QJsonArray();
+        for (const QJsonValue& value : rows) {
+            const PlanObject object = PlanObject::fromRow(value.toObject());
+            if (object.id() == plan)
+                return object;
+        }
+        return {};
+    }
+
+    PlanObject waitIdle(const QUuid& plan)
+    {
+        const QDeadlineTimer deadline(60000);
+        for (;;) {
+            const PlanObject now = row(plan);
+            if (!now.status().isRunning() || deadline.hasExpired())
+                return now;
+            QThread::msleep(50);
+        }
+    }
+
+    void backUp(const QUuid& plan, bool full = false)
+    {
+        ASSERT_EQ(start(plan, full), QString());
+        const PlanObject done = waitIdle(plan);
+        ASSERT_EQ(done.lastRunStatus(), PlanResult(PlanResult::Success))
+            << done.lastRunMessage().toStdString();
+    }
+
+    QList<Info::Generation> generations(const QString& bunch)
+    {
+        const Answer answer = ask(Repo::GetGenerationList::CommandId, in(bunch));
+        EXPECT_EQ(answer.error, QString());
+        return objects<Info::Generation>(answer);
+    }
+
+    Sandbox sandbox;
+    QUuid accountId;
+    QString source;
+};
+
+} // namespace
+
+// Two runs of an encrypted plan, listed with their flags and browsed: a
+// folder of 1,000 files read in pages returns each exactly once, points are
+// found by id and by the minute they started, and lookups of what is not
+// there name it. Then the local cache is lost: the generation asks for a deep
+// sync, which a wrong password leaves as it was and the right one completes.
+TEST_F(RepositoryRequests, ListsBrowsesAndDeepSyncsRealBackups)
+{
+    QStringList many;
+    for (int i = 0; i < 1000; ++i) {
+        const QString name = QStringLiteral("source/many/f-%1").arg(i, 4, 10, QLatin1Char('0'));
+        sandbox.writeFile(name, QByteArray::number(i));
+        many.append(sandbox.path(name));
+    }
+    const Orv::Info::Plan::BackupFile plan = backupPlan(QStringLiteral("Nightly"));
+    const QString bunch = plan.id().toString(QUuid::WithoutBraces);
+    ASSERT_EQ(save(plan), QString());
+    backUp(plan.id());
+    sandbox.writeFile(QStringLiteral("source/docs/b.txt"), "second");
+    backUp(plan.id());
+
+    const QList<Info::Bunch> bunches = objects<Info::Bunch>(ask(Repo::GetBunchList::CommandId, {}));
+    ASSERT_EQ(bunches.size(), 1);
+    EXPECT_EQ(bunches.first().id(), bunch);
+    EXPECT_EQ(bunches.first().displayName(), QStringLiteral("Nightly"));
+
+    const QList<Info::Generation> listed = generations(bunch);
+    ASSERT_EQ(listed.size(), 1);
+    const Info::Generation generation = listed.first();
+    EXPECT_TRUE(generation.isEncrypted());
+    EXPECT_FALSE(generation.deepSync());
+    EXPECT_EQ(QByteArray::fromBase64(generation.hint()), QByteArray(kHint));
+    EXPECT_LE(generation.firstRestorePoint(), generation.lastRestorePoint());
+
+    const QList<Info::RestorePoint> points = objects<Info::RestorePoint>(
+        ask(Repo::GetRestorePointList::CommandId, in(bunch, generation.id())));
+    ASSERT_EQ(points.size(), 2);
+    EXPECT_EQ(points.at(0).backupType(), Info::RestorePoint::BackupType::Full);
+    EXPECT_EQ(points.at(1).backupType(), Info::RestorePoint::BackupType::Incremental);
+    for (const Info::RestorePoint& point : points) {
+        EXPECT_TRUE(point.isEncrypted());
+        EXPECT_FALSE(point.deepSync());
+        EXPECT_EQ(point.generationId(), generation.id());
+    }
+    const QList<Info::RestorePoint> ofBunch =
+        objects<Info::RestorePoint>(ask(Repo::GetBunchRestorePointList::CommandId, in(bunch)));
+    ASSERT_EQ(ofBunch.size(), 2);
+    EXPECT_EQ(ofBunch.at(1).id(), points.at(1).id());
+
+    // Pages of 64 through 1,000 entries: the last page is short.
+    QStringList paged;
+    Repo::RepositoryRequest page = in(bunch, generation.id());
+    page.setRestorePointId(points.at(1).id());
+    page.setPassword(QLatin1String(kPassword));
+    page.setPath(source + QStringLiteral("/many/"));
+    page.setLimit(64);
+    for (int requests = 0; requests < 20; ++requests) {
+        const Answer answer = ask(Repo::GetContent::CommandId, page);
+        ASSERT_EQ(answer.error, QString());
+        for (const Info::ContentObject& object : objects<Info::ContentObject>(answer)) {
+            EXPECT_EQ(object.typeName(), QStringLiteral("File"));
+            paged.append(object.path());
+        }
+        if (!answer.list.hasMore())
+            break;
+        page.setOffset(answer.list.offset());
+    }
+    EXPECT_EQ(paged.size(), 1000);
+    EXPECT_EQ(QSet<QString>(paged.begin(), paged.end()).size(), 1000);
+    EXPECT_TRUE(paged == many) << "the pages are not the folder in order";
+
+    // The first point (found by the minute it started) lacks the file the
+    // second added. Without a password, the plan's own opens the points.
+    auto docs = [&](const Repo::RepositoryRequest& request) {
+        Repo::RepositoryRequest listing = request;
+        listing.setPath(source + QStringLiteral("/docs"));
+        const Answer answer = ask(Repo::GetContent::CommandId, listing);
+        QStringList paths;
+        for (const Info::ContentObject& object : objects<Info::ContentObject>(answer))
+            paths.append(object.path().mid(source.size()));
+        return answer.error.isEmpty() ? paths.join(' ') : answer.error;
+    };
+    Repo::RepositoryRequest byTime = in(bunch, generation.id());
+    byTime.setRestorePointTime(points.at(0).startDate());
+    EXPECT_EQ(docs(byTime), QStringLiteral("/docs/a.txt"));
+    Repo::RepositoryRequest byId = in(bunch, generation.id());
+    byId.setRestorePointId(points.at(1).id());
+    EXPECT_EQ(docs(byId), QStringLiteral("/docs/a.txt /docs/b.txt"));
+
+    Repo::RepositoryRequest asked = byId;
+    asked.setPassword(QLatin1String(kPassword));
+    asked.setPaths({source + QStringLiteral("/docs/b.txt"), source + QStringLiteral("/nothing")});
+    const Answer found = ask(Repo::GetRestorePointPaths::CommandId, asked);
+    EXPECT_EQ(found.error, QString());
+    EXPECT_EQ(found.list.items(), QJsonArray{source + QStringLiteral("/docs/b.txt")});
+
+    // What is not there is named; an encrypted point is not read with a
+    // wrong password.
+    struct Case
+    {
+        const char* name;
+        QUuid command;
+        Repo::RepositoryRequest request;
+        QString expected;
+    };
+    Repo::RepositoryRequest otherAccount;
+    otherAccount.setConnectionId(QUuid::createUuid());
+    Repo::RepositoryRequest noPoint = byId;
+    noPoint.setRestorePointId(QStringLiteral("no-such-point"));
+    Repo::RepositoryRequest wrongPassword = byId;
+    wrongPassword.setPassword(QStringLiteral("wrong horse"));
+    Repo::RepositoryRequest noFolder = byId;
+    noFolder.setPassword(QLatin1String(kPassword));
+    noFolder.setPath(source + QStringLiteral("/gone"));
+    const Case cases[] = {
+        {"unknown account", Repo::GetBunchList::CommandId, otherAccount,
+         QStringLiteral("specified account doesn't exist")},
+        {"unknown bunch", Repo::GetGenerationList::CommandId, in(QStringLiteral("no-such-bunch")),
+         QStringLiteral("no-such-bunch")},
+        {"unknown generation", Repo::GetRestorePointList::CommandId,
+         in(bunch, QStringLiteral("no-such-generation")), QStringLiteral("no-such-generation")},
+        {"unknown point", Repo::GetContent::CommandId, noPoint, QStringLiteral("no-such-point")},
+        {"missing folder", Repo::GetContent::CommandId, noFolder, source + QStringLiteral("/gone")},
+        {"wrong password", Repo::GetContent::CommandId, wrongPassword,
+         QStringLiteral("Wrong password")},
+        {"bunch id that reaches out", Repo::RemoveDataBunch::CommandId, in(QStringLiteral("..")),
+         QStringLiteral("does not exist")},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString error = ask(c.command, c.request).error;
+        EXPECT_TRUE(error.contains(c.expected)) << error.toStdString();
+    }
+
+    // The local cache lost: the generation must be rebuilt before it is read.
+    ASSERT_TRUE(
+        QDir(sandbox.path(
+                 QStringLiteral("data/cache/%1").arg(accountId.toString(QUuid::WithoutBraces))))
+            .removeRecursively());
+    EXPECT_TRUE(generations(bunch).value(0).deepSync());
+    EXPECT_TRUE(docs(byId).contains("deep sync")) << docs(byId).toStdString();
+    Repo::RepositoryRequest sync = in(bunch, generation.id());
+    sync.setPassword(QStringLiteral("wrong horse"));
+    const QString wrong = ask(Repo::StartDeepSync::CommandId, sync).error;
+    EXPECT_TRUE(wrong.contains("Wrong password")) << wrong.toStdString();
+    EXPECT_TRUE(generations(bunch).value(0).deepSync());
+    sync.setPassword(QLatin1String(kPassword));
+    EXPECT_EQ(ask(Repo::StartDeepSync::CommandId, sync).error, QString());
+    EXPECT_FALSE(generations(bunch).value(0).deepSync());
+    EXPECT_EQ(docs(byId), QStringLiteral("/docs/a.txt /docs/b.txt"));
+}
+
+// A generation (or the bunch) is not removed, nor deep synced, while the
+// bunch's plan runs; afterwards one generation goes, then the whole bunch.
+TEST_F(RepositoryRequests, RemovalsWaitForTheRunAndEmptyTheListing)
+{
+    Orv::Info::Plan::BackupFile plan = backupPlan(QStringLiteral("Weekly"));
+    const QString bunch = plan.id().toString(QUuid::WithoutBraces);
+    ASSERT_EQ(save(plan), QString());
+    backUp(plan.id());
+    backUp(plan.id(), true);
+    const QList<Info::Generation> before = generations(bunch);
+    ASSERT_EQ(before.size(), 2) << "a full run starts a generation";
+
+    plan.actions().pre().setEnabled(true);
+    plan.actions().pre().setProgram(QStringLiteral("\"/bin/sleep\" 30"));
+    ASSERT_EQ(save(plan), QString());
+    ASSERT_EQ(start(plan.id()), QString());
+    Repo::RepositoryRequest sync = in(bunch, before.first().id());
+    sync.setPassword(QLatin1String(kPassword));
+    for (const QUuid& command :
+         {Repo::RemoveDataGeneration::CommandId, Repo::RemoveDataBunch::CommandId,
+          Repo::StartDeepSync::CommandId}) {
+        const QString error = ask(command, sync).error;
+        EXPECT_TRUE(error.contains("is running")) << error.toStdString();
+    }
+    ASSERT_EQ(typed(V2Plan::StopPlan::CommandId, {{"planId", bunch}}).error, QString());
+    waitIdle(plan.id());
+    EXPECT_EQ(generations(bunch).size(), 2) << "nothing was removed";
+
+    EXPECT_EQ(ask(Repo::RemoveDataGeneration::CommandId, in(bunch, before.first().id())).error,
+              QString());
+    const QList<Info::Generation> after = generations(bunch);
+    ASSERT_EQ(after.size(), 1);
+    EXPECT_EQ(after.first().id(), before.last().id());
+    const QString again =
+        ask(Repo::RemoveDataGeneration::CommandId, in(bunch, before.first().id())).error;
+    EXPECT_TRUE(again.contains(before.first().id())) << again.toStdString();
+
+    EXPECT_EQ(ask(Repo::RemoveDataBunch::CommandId, in(bunch)).error, QString());
+    EXPECT_TRUE(ask(Repo::GetBunchList::CommandId, {}).list.items().isEmpty());
+    EXPECT_TRUE(ask(Repo::GetGenerationList::CommandId, in(bunch)).error.contains(bunch));
+}
