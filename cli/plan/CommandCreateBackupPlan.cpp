@@ -86,6 +86,9 @@ void CommandCreateBackupPlan::sendPlan()
         manager ? manager->commandFactory(QLatin1String(CommonEdit::Name)) : nullptr;
     if (!command)
         throw QStringLiteral("Communication command don't registered\nFail\n");
+    // Owned here: the command ends before its reply may come, and the reply
+    // then goes nowhere.
+    command->setParent(this);
     QString xmlError;
     // In clear: the service seals the password before it reaches the disk.
     const QString xml = m_plan.toXml(Base::SecretForm::Plain, &xmlError);
