@@ -235,6 +235,14 @@ void PlanRun::checkConsistency(const Orv::Repository::Repository& repository,
 RunOutcome PlanRun::runRestore()
 {
     const Orv::Repository::Repository repository(m_request.location);
+    if (m_request.syncBeforeRun) {
+        const QString problem = syncGenerations(repository);
+        if (!problem.isEmpty()) {
+            RunOutcome outcome;
+            outcome.message = problem;
+            return outcome;
+        }
+    }
     Orv::Engine::Restorer restorer(repository, m_request.restoreDescription);
     {
         QMutexLocker lock(&m_mutex);
@@ -265,6 +273,28 @@ RunOutcome PlanRun::runRestore()
     return outcome;
 }
 
+QString PlanRun::syncGenerations(const Orv::Repository::Repository& repository)
+{
+    setStep(Step::Syncing);
+    const Orv::Engine::RestoreDescription& d = m_request.restoreDescription;
+    QList<Orv::Repository::GenerationInfo> generations;
+    Kel::Cloud::Status status = repository.generations(d.bunch, &generations);
+    if (!status.ok())
+        return QStringLiteral("The sync before the restore failed: %1").arg(status.message);
+    for (const Orv::Repository::GenerationInfo& generation : qAsConst(generations)) {
+        if (m_stop)
+            break;
+        if (!generation.needsDeepSync || (!d.generation.isEmpty() && generation.id != d.generation))
+            continue;
+        status = repository.deepSync(d.bunch, generation.id, d.password);
+        if (!status.ok())
+            return QStringLiteral("The sync of generation %1 before the restore failed: %2")
+                .arg(generation.id, status.message);
+    }
+    setStep(Step::Engine);
+    return {};
+}
+
 QString PlanRun::progressText() const
 {
     switch (Step(int(m_step))) {
@@ -276,6 +306,8 @@ QString PlanRun::progressText() const
         return QStringLiteral("Running the post-action");
     case Step::Checking:
         return QStringLiteral("Checking the stored data");
+    case Step::Syncing:
+        return QStringLiteral("Synchronising with the storage");
     case Step::Done:
         return QStringLiteral("Finishing");
     case Step::Engine:

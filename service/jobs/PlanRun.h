@@ -51,6 +51,7 @@ private:
         Starting,
         PreAction,
         Engine,
+        Syncing,
         Checking,
         PostAction,
         Done,
@@ -59,6 +60,9 @@ private:
     bool runAction(const PlanAction& action, const char* which, QString* error);
     RunOutcome runBackup();
     RunOutcome runRestore();
+    // Before a restore: rebuilds the local data of the generations that need
+    // it; the reason when that failed.
+    QString syncGenerations(const Orv::Repository::Repository& repository);
     // After a backup: every pack the restore points need is in the storage.
     void checkConsistency(const Orv::Repository::Repository& repository,
                           const QString& generationId, RunOutcome* outcome);

@@ -213,7 +213,10 @@ TEST_F(PlanRuns, BackupThenRestoreThroughPlans)
         << done.lastRunMessage().toStdString();
     EXPECT_EQ(done.lastUploadedCount(), 1) << "only the changed file is read again";
 
+    // The local data is gone (a new machine): the restore syncs first.
+    ASSERT_TRUE(QDir(sandbox.path(QStringLiteral("data/cache"))).removeRecursively());
     Orv::Info::Plan::RestoreFile restore;
+    restore.setSyncBeforeRun(true);
     restore.setId(QUuid::createUuid());
     restore.setName(QStringLiteral("Back"));
     restore.setStorage(accountId);
