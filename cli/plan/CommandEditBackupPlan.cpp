@@ -26,44 +26,18 @@ int CommandEditBackupPlan::process(const QStringList& words)
     const int result = CommandPlanBase::process(words);
     if (result != Valid)
         return result;
-    const QString id = valueOf(m_idOption);
-    if (given(m_idOption) && QUuid(id).isNull()) {
-        emit error(QStringLiteral("Invalid format data for ID: ") + id);
-        return Started;
-    }
-    auto* loader = given(m_idOption) ? new LoadPlanObject(QUuid(id), this)
-                                     : new LoadPlanObject(valueOf(m_nameOption), this);
-    connect(loader, &LoadPlanObject::finished, this,
-            &CommandEditBackupPlan::onLoadPlanObjectResult);
-    connect(loader, &LoadPlanObject::error, this, [this, loader](const QString& message) {
-        loader->deleteLater();
-        emit error(message);
+    return lookUpPlanToEdit([this](const QSharedPointer<Base>& found) {
+        const QSharedPointer<BackupFile> plan = found.dynamicCast<BackupFile>();
+        if (!plan) {
+            emit error(QStringLiteral("Could not edit backup plan"));
+            return;
+        }
+        m_plan = *plan;
+        if (given(m_accountOption))
+            loadConnectionInfo();
+        else
+            cloudType(m_plan.storage());
     });
-    loader->exec();
-    return Started;
-}
-
-void CommandEditBackupPlan::onLoadPlanObjectResult()
-{
-    auto* loader = qobject_cast<LoadPlanObject*>(sender());
-    loader->deleteLater();
-    const QSharedPointer<Orv::Info::PlanObject> found = loader->planObject();
-    if (!given(m_confirmOption)) {
-        emit error(QStringLiteral("Please confirm edit plan:") + QStringLiteral("\n") +
-                   found->displayName() + QStringLiteral(" ") + found->id().toString());
-        return;
-    }
-    const QSharedPointer<BackupFile> plan =
-        Factory::create(found->planXml()).dynamicCast<BackupFile>();
-    if (!plan) {
-        emit error(QStringLiteral("Could not edit backup plan"));
-        return;
-    }
-    m_plan = *plan;
-    if (given(m_accountOption))
-        loadConnectionInfo();
-    else
-        cloudType(m_plan.storage());
 }
 
 void CommandEditBackupPlan::onAccountResolved()

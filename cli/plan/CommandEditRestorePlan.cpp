@@ -23,44 +23,18 @@ int CommandEditRestorePlan::process(const QStringList& words)
     const int result = CommandCreateRestorePlan::process(words);
     if (result != Valid)
         return result;
-    const QString id = valueOf(m_idOption);
-    if (given(m_idOption) && QUuid(id).isNull()) {
-        emit error(QStringLiteral("Invalid format data for ID: ") + id);
-        return Started;
-    }
-    auto* loader = given(m_idOption) ? new LoadPlanObject(QUuid(id), this)
-                                     : new LoadPlanObject(valueOf(m_nameOption), this);
-    connect(loader, &LoadPlanObject::finished, this,
-            &CommandEditRestorePlan::onLoadPlanObjectResult);
-    connect(loader, &LoadPlanObject::error, this, [this, loader](const QString& message) {
-        loader->deleteLater();
-        emit error(message);
+    return lookUpPlanToEdit([this](const QSharedPointer<Base>& found) {
+        const QSharedPointer<RestoreFile> plan = found.dynamicCast<RestoreFile>();
+        if (!plan) {
+            emit error(QStringLiteral("Could not edit restore plan.\n"));
+            return;
+        }
+        m_plan = *plan;
+        if (given(m_accountOption))
+            loadConnectionInfo();
+        else
+            cloudType(m_plan.storage());
     });
-    loader->exec();
-    return Started;
-}
-
-void CommandEditRestorePlan::onLoadPlanObjectResult()
-{
-    auto* loader = qobject_cast<LoadPlanObject*>(sender());
-    loader->deleteLater();
-    const QSharedPointer<Orv::Info::PlanObject> found = loader->planObject();
-    if (!given(m_confirmOption)) {
-        emit error(QStringLiteral("Please confirm edit plan:") + QStringLiteral("\n") +
-                   found->displayName() + QStringLiteral(" ") + found->id().toString());
-        return;
-    }
-    const QSharedPointer<RestoreFile> plan =
-        Factory::create(found->planXml()).dynamicCast<RestoreFile>();
-    if (!plan) {
-        emit error(QStringLiteral("Could not edit restore plan.\n"));
-        return;
-    }
-    m_plan = *plan;
-    if (given(m_accountOption))
-        loadConnectionInfo();
-    else
-        cloudType(m_plan.storage());
 }
 
 void CommandEditRestorePlan::accountResolved()

@@ -23,7 +23,6 @@ protected:
     void sendPlan() override;
 
 private slots:
-    void onLoadPlanObjectResult();
     void onCloudTypeKnown();
     void onEditPlanResult();
 

@@ -2,10 +2,12 @@
 
 #include "CommandChannel.h"
 #include "Console.h"
+#include "LoadPlanObject.h"
 #include "account/Sync.h"
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/GetConnection.h"
 #include "orvCommon/Rebranding.h"
+#include "orvInfo/Plan/Factory.h"
 
 #include <QBitArray>
 #include <QDateTime>
@@ -1572,6 +1574,34 @@ void CommandPlanBase::onCloudTypeResult()
         return;
     }
     emit cloudTypeLoaded();
+}
+
+int CommandPlanBase::lookUpPlanToEdit(
+    std::function<void(const QSharedPointer<Orv::Info::Plan::Base>&)> found)
+{
+    const QString id = valueOf(m_idOption);
+    if (given(m_idOption) && QUuid(id).isNull()) {
+        emit error(QStringLiteral("Invalid format data for ID: ") + id);
+        return Started;
+    }
+    auto* loader = given(m_idOption) ? new LoadPlanObject(QUuid(id), this)
+                                     : new LoadPlanObject(valueOf(m_nameOption), this);
+    connect(loader, &LoadPlanObject::finished, this, [this, loader, found] {
+        loader->deleteLater();
+        const QSharedPointer<Orv::Info::PlanObject> plan = loader->planObject();
+        if (!given(m_confirmOption)) {
+            emit error(QStringLiteral("Please confirm edit plan:\n") + plan->displayName() +
+                       QStringLiteral(" ") + plan->id().toString());
+            return;
+        }
+        found(Orv::Info::Plan::Factory::create(plan->planXml()));
+    });
+    connect(loader, &LoadPlanObject::error, this, [this, loader](const QString& message) {
+        loader->deleteLater();
+        emit error(message);
+    });
+    loader->exec();
+    return Started;
 }
 
 } // namespace Orv::CLI

@@ -134,6 +134,10 @@ signals:
     void cloudTypeLoaded();
 
 protected:
+    // Edit commands: finds the plan that "id" or "name" names, asks for the
+    // confirmation and reads the plan, then hands it to found(); any failure
+    // ends the command with its message. The result for process().
+    int lookUpPlanToEdit(std::function<void(const QSharedPointer<Orv::Info::Plan::Base>&)> found);
     // Asks the service for the accounts and keeps the one "account" names:
     // connectionInfoLoaded() follows, or error(message).
     void loadConnectionInfo();
