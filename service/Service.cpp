@@ -11,7 +11,9 @@
 #include "service/SettingsWatcher.h"
 #include "service/SignalBridge.h"
 #include "service/accounts/StorageScan.h"
+#include "service/config/ConfigTransferHandler.h"
 #include "service/jobs/RunNotifier.h"
+#include "service/maintenance/MaintenanceHandler.h"
 #include "service/repository/RepositoryHandler.h"
 
 #include <QCoreApplication>
@@ -188,12 +190,24 @@ Service::Service(QObject* parent)
         QDir(Orv::Defines::AppPath::to().data()).filePath(QStringLiteral("cache")));
     // A child: it goes after the runner, which it only listens to.
     (new RunNotifier(this))->watch(m_runner, m_plans, m_history);
+    // A child too: its workers get copies of what they use, never the service.
+    (new MaintenanceHandler(
+         m_plans, m_accounts, m_storageState, m_history, m_trustedStore,
+         [this](const QUuid& type, const QJsonObject& message) {
+             m_server.broadcast(type, message);
+         },
+         this))
+        ->install(m_registry);
     // A child too: its workers use nothing of the service but what they were
     // given, and it asks the runner and the plans only on the event loop.
     (new RepositoryHandler(
          m_accounts, m_plans,
          QDir(Orv::Defines::AppPath::to().data()).filePath(QStringLiteral("cache")),
          [this](const QUuid& plan) { return m_runner.isRunning(plan); }, this))
+        ->install(m_registry);
+    // A child as well: it works on the catalogs on the event loop only.
+    (new ConfigTransferHandler(
+         m_accounts, m_plans, [this] { m_scheduling.sync(); }, this))
         ->install(m_registry);
     m_connections.install(m_registry);
     m_accountChanges.install(m_registry);

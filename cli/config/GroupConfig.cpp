@@ -1,5 +1,7 @@
 #include "GroupConfig.h"
 
+#include "CommandExportConfig.h"
+#include "CommandImportConfig.h"
 #include "settings/GroupGetSettings.h"
 #include "settings/GroupSetSettings.h"
 
@@ -8,6 +10,8 @@ namespace Orv::CLI {
 ConfigGroup::ConfigGroup(QObject* parent)
     : CommandGroupBase(QStringLiteral("config"), QStringLiteral("general settings"), parent)
 {
+    addSubItem(QSharedPointer<CommandExportConfig>::create());
+    addSubItem(QSharedPointer<CommandImportConfig>::create());
     addSubItem(QSharedPointer<GetSettingsGroup>::create());
     addSubItem(QSharedPointer<SetSettingsGroup>::create());
 }

@@ -27,6 +27,12 @@ QHash<QString, QVariant> defaults()
         // A reseller sets its own service; the reserved name resolves nowhere.
         {QLatin1String(General::EmailConfirmationUrl),
          QStringLiteral("https://email-confirmation.invalid/v1/notification-emails")},
+        {QLatin1String(General::SupportUploadUrl),
+         QStringLiteral("https://support.invalid/v1/diagnostic-logs")},
+        {QLatin1String(General::UpdateFeedUrl),
+         QStringLiteral("https://updates.invalid/v1/linux/latest.json")},
+        {QLatin1String(General::UninstallNotificationUrl),
+         QStringLiteral("https://service.invalid/v1/uninstall-notifications")},
         {QLatin1String(Compression::Visible), true},
         {QLatin1String(Compression::DefaultValue), true},
         {QLatin1String(Encryption::Visible), true},

@@ -15,6 +15,12 @@ inline constexpr char SupportEmail[] = "General/SupportEmail";
 inline constexpr char ServiceUrl[] = "General/ServiceUrl";
 // Where notification addresses are registered and confirmed (HTTPS, POST).
 inline constexpr char EmailConfirmationUrl[] = "General/EmailConfirmationUrl";
+// Where diagnostic bundles are uploaded (HTTPS, POST); it answers a case id.
+inline constexpr char SupportUploadUrl[] = "General/SupportUploadUrl";
+// The product-information feed: the latest build, its address, size and SHA-256.
+inline constexpr char UpdateFeedUrl[] = "General/UpdateFeedUrl";
+// Told when a managed client is uninstalled (HTTPS, POST).
+inline constexpr char UninstallNotificationUrl[] = "General/UninstallNotificationUrl";
 } // namespace General
 namespace Compression {
 inline constexpr char Visible[] = "Compression/Visible";

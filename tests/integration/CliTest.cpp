@@ -10,8 +10,7 @@ namespace {
 const QByteArray kBanner = "Orv Backup Command Line Interface started\n\n";
 
 // The top-level listing as the root prints it: one block per item in name
-// order, groups without commands yet as their (empty) group line, "get",
-// "set", "add" and "edit" collapsed to one line each.
+// order, "get", "set", "add" and "edit" collapsed to one line each.
 const QByteArray kPlanItems =
     "\tcreate_backup        - create a new plan to backup files to storage\n"
     "\tcreate_restore       - create a new plan to restore files from storage\n"
@@ -23,29 +22,38 @@ const QByteArray kPlanItems =
     "\tstart                - run custom plan now\n"
     "\tstop                 - stop plan now\n";
 
-const QByteArray kRootItems = "account <command> - account commands: \n"
-                              "\tadd                  - add storage account\n"
-                              "\tdelete               - delete storage account\n"
-                              "\tedit                 - edit storage account\n"
-                              "\tinfo                 - get storage account details\n"
-                              "\tlist                 - list of existing storage accounts\n"
-                              "\tsync                 - sync storage account\n"
-                              "\n"
-                              "config <command> - general settings: \n"
-                              "\tget                  - get the current value for a setting\n"
-                              "\tset                  - set a new value for a setting\n"
-                              "\n"
-                              "\n" // feedback
-                              "plan <command> - plan commands: \n" +
-                              kPlanItems +
-                              "\n"
-                              "storage <command> - storage commands: \n"
-                              "\tdeep-sync            - storage deepsync\n"
-                              "\tdelete               - storage delete backup data\n"
-                              "\tlist                 - storage list\n"
-                              "\n"
-                              "version              - Show product version\n"
-                              "\n";
+const QByteArray kFeedbackItems = "\tsave-log             - save error report\n"
+                                  "\tsend-log             - send error report\n";
+
+// The standalone tree; the managed one lacks check_update.
+QByteArray rootItems(bool managed = false)
+{
+    return QByteArray("account <command> - account commands: \n"
+                      "\tadd                  - add storage account\n"
+                      "\tdelete               - delete storage account\n"
+                      "\tedit                 - edit storage account\n"
+                      "\tinfo                 - get storage account details\n"
+                      "\tlist                 - list of existing storage accounts\n"
+                      "\tsync                 - sync storage account\n"
+                      "\n") +
+           (managed ? "" : "check_update         - Check update of the current license.\n") +
+           "config <command> - general settings: \n"
+           "\texport               - export backup configuration to the specific file\n"
+           "\tget                  - get the current value for a setting\n"
+           "\timport               - import backup configuration from the file\n"
+           "\tset                  - set a new value for a setting\n"
+           "\n"
+           "feedback <command> - feedback commands: \n" +
+           kFeedbackItems + "\n" + "plan <command> - plan commands: \n" + kPlanItems + "\n" +
+           "storage <command> - storage commands: \n"
+           "\tdeep-sync            - storage deepsync\n"
+           "\tdelete               - storage delete backup data\n"
+           "\tlist                 - storage list\n"
+           "\n"
+           "version              - Show product version\n"
+           "\n";
+}
+const QByteArray kRootItems = rootItems();
 
 const QByteArray kUsageHint = "To see the help info about any command input:\n"
                               "orvV2 <command> -h(--help)\n";
@@ -82,7 +90,7 @@ TEST(Cli, ManagedInstallationRunsItsOwnTree)
 {
     Sandbox sandbox;
     sandbox.setManaged(true);
-    expectOutput(sandbox.run({}), kBanner + kRootItems + kUsageHint);
+    expectOutput(sandbox.run({}), kBanner + rootItems(true) + kUsageHint);
     expectOutput(sandbox.run({QStringLiteral("version")}),
                  kBanner + "Version: " + QByteArray(ORV_VERSION_FOR_TESTS) + "\n\n");
 }
@@ -101,7 +109,7 @@ TEST(Cli, VersionPrintsTheBuildVersionAndItsHelp)
 TEST(Cli, GroupWithoutWordsOrWithHelpWordShowsItsListing)
 {
     Sandbox sandbox;
-    expectOutput(sandbox.run({QStringLiteral("feedback")}), kBanner + "\n\n");
+    expectOutput(sandbox.run({QStringLiteral("feedback")}), kBanner + kFeedbackItems + "\n\n");
     expectOutput(sandbox.run({QStringLiteral("plan")}), kBanner + kPlanItems + "\n\n");
     expectOutput(sandbox.run({QStringLiteral("plan"), QStringLiteral("-h")}),
                  kBanner + kPlanItems + "\n\n");

@@ -136,6 +136,81 @@ inline constexpr char Endpoint[] = "endpoint";
 } // namespace GetPeerCertificate
 } // namespace Ssl
 
+// The whole configuration (settings, storage accounts, plans) written to or
+// read from one file by the service, which alone can open the secrets it
+// keeps. "passphrase" protects the secrets inside the file; like every
+// parameter it is never logged.
+namespace Config::Export {
+inline constexpr char Name[] = "ExportConfiguration";
+namespace Request {
+inline constexpr char Profile[] = "profile";
+inline constexpr char Path[] = "path";
+inline constexpr char RemovePasswords[] = "removePasswords";
+inline constexpr char ExcludedPlans[] = "excludedPlans";
+inline constexpr char Passphrase[] = "passphrase";
+} // namespace Request
+namespace Reply {
+inline constexpr char Error[] = "error";
+inline constexpr char File[] = "file";
+} // namespace Reply
+} // namespace Config::Export
+
+namespace Config::Import {
+inline constexpr char Name[] = "ImportConfiguration";
+namespace Request {
+inline constexpr char Profile[] = "profile";
+inline constexpr char FilePath[] = "filePath";
+inline constexpr char ReplaceBackupPrefix[] = "replaceBackupPrefix";
+inline constexpr char Passphrase[] = "passphrase";
+} // namespace Request
+namespace Reply {
+// 0 failed (nothing changed), 1 partly imported, 2 imported.
+inline constexpr char Result[] = "result";
+inline constexpr char Message[] = "message";
+inline constexpr char SettingsSize[] = "settingsSize";
+inline constexpr char SettingsFailed[] = "settingsFailed";
+inline constexpr char SettingsError[] = "settingsError";
+inline constexpr char StorageSize[] = "storageSize";
+inline constexpr char StorageFailed[] = "storageFailed";
+inline constexpr char StorageError[] = "storageError";
+inline constexpr char PlanSize[] = "planSize";
+inline constexpr char PlanFailed[] = "planFailed";
+inline constexpr char PlanError[] = "planError";
+} // namespace Reply
+} // namespace Config::Import
+
+// The diagnostic bundle, written by the service: it alone reads what the
+// bundle shows with its secrets hidden. "path" is where the archive goes (a
+// file that must not exist yet); empty asks for a temporary archive, removed
+// once it has been sent. The reply names the archive and what was left out.
+namespace Diagnostics::SaveLogs {
+inline constexpr char Name[] = "SaveDiagnosticLogs";
+namespace Request {
+inline constexpr char Path[] = "path";
+inline constexpr char User[] = "user";
+inline constexpr char Message[] = "message";
+} // namespace Request
+namespace Reply {
+inline constexpr char Path[] = "path";
+inline constexpr char Problems[] = "problems";
+} // namespace Reply
+} // namespace Diagnostics::SaveLogs
+
+// The latest published build as the product-information feed describes it.
+namespace System::ProductInformation {
+inline constexpr char Name[] = "GetProductInformation";
+namespace Reply {
+inline constexpr char Version[] = "version";
+inline constexpr char Url[] = "url";
+inline constexpr char Size[] = "size";
+inline constexpr char Sha256[] = "sha256";
+} // namespace Reply
+} // namespace System::ProductInformation
+
+namespace System::UninstallNotification {
+inline constexpr char Name[] = "UninstallNotification";
+}
+
 namespace Plan::GetList {
 inline constexpr char Name[] = "PlanGetList";
 namespace Request {

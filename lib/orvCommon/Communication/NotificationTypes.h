@@ -8,6 +8,10 @@ namespace System::Update {
 // Asks the service to fetch and install a build; message member BuildUrl.
 inline const QUuid Type{0x9ca3a0dc, 0x8a9f, 0x4a9e, 0x90, 0x55, 0x31, 0xfe, 0xf7, 0x5f, 0x8a, 0x36};
 inline constexpr char BuildUrl[] = "BuildUrl";
+// The size in bytes and the SHA-256 (hexadecimal) the feed gave for the build:
+// a download that does not match them is never offered.
+inline constexpr char Size[] = "Size";
+inline constexpr char Sha256[] = "Sha256";
 } // namespace System::Update
 
 namespace System::UpdateProgress {

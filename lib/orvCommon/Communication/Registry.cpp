@@ -2,6 +2,7 @@
 
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/NotificationTypes.h"
+#include "orvCommon/Communication/V2/DiagnosticLogs.h"
 #include "orvCommon/Communication/V2/GetConnection.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
 #include "orvCommon/Communication/V2/RepositoryCommands.h"
@@ -32,9 +33,12 @@ template <typename Definition> TypedEntry typed(const char* name)
 const QList<TypedEntry>& typedTable()
 {
     static const QList<TypedEntry> table = {
-        typed<V2::Plan::GetPlanList>("GetPlanList"), typed<V2::Plan::StartPlan>("StartPlan"),
-        typed<V2::Plan::StopPlan>("StopPlan"),       typed<V2::Plan::RemovePlan>("RemovePlan"),
-        typed<V2::GetConnection>("GetConnection"),   typed<V2::Storage::SaveStorage>("SaveStorage"),
+        typed<V2::Plan::GetPlanList>("GetPlanList"),
+        typed<V2::Plan::StartPlan>("StartPlan"),
+        typed<V2::Plan::StopPlan>("StopPlan"),
+        typed<V2::Plan::RemovePlan>("RemovePlan"),
+        typed<V2::GetConnection>("GetConnection"),
+        typed<V2::Storage::SaveStorage>("SaveStorage"),
         typed<V2::Repository::GetBunchList>("GetBunchList"),
         typed<V2::Repository::GetGenerationList>("GetGenerationList"),
         typed<V2::Repository::GetRestorePointList>("GetRestorePointList"),
@@ -44,6 +48,7 @@ const QList<TypedEntry>& typedTable()
         typed<V2::Repository::StartDeepSync>("StartDeepSync"),
         typed<V2::Repository::RemoveDataBunch>("RemoveDataBunch"),
         typed<V2::Repository::RemoveDataGeneration>("RemoveDataGeneration"),
+        typed<V2::Diagnostics::SendLogs>("SendLogs"),
     };
     return table;
 }
@@ -64,6 +69,11 @@ QStringList Registry::namedCommands()
         QLatin1String(Format::Ssl::WriteToStorage::Name),
         QLatin1String(Format::Ssl::RemoveFromStorage::Name),
         QLatin1String(Format::Ssl::GetPeerCertificate::Name),
+        QLatin1String(Format::Diagnostics::SaveLogs::Name),
+        QLatin1String(Format::System::ProductInformation::Name),
+        QLatin1String(Format::System::UninstallNotification::Name),
+        QLatin1String(Format::Config::Export::Name),
+        QLatin1String(Format::Config::Import::Name),
     };
 }
 
