@@ -3,8 +3,7 @@
 // faults of a run (actions that fail or hang, a service killed mid-run, a
 // plan this build cannot run) recorded where an administrator looks.
 
-#include "AccountRuns.h"
-#include "ServiceRawClient.h"
+#include "PlanRuns.h"
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
 #include "orvInfo/Plan/BackupFile.h"
@@ -26,7 +25,6 @@
 #include <gtest/gtest.h>
 
 using namespace OrvTest;
-using namespace OrvTest::Accounts;
 using Orv::Info::PlanObject;
 using Orv::Info::Plan::PlanResult;
 using Orv::Info::Plan::PlanStatus;
@@ -41,11 +39,7 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(sandbox.startService());
-        QDir().mkpath(sandbox.path(QStringLiteral("store")));
-        expectRun(run(sandbox, "account add filesystem --name Desk -p desk -f",
-                      {sandbox.path(QStringLiteral("store"))}),
-                  kSuccess);
-        accountId = QUuid(record(sandbox, QStringLiteral("Desk")).value("ID").toString());
+        accountId = Plans::addFolderAccount(sandbox);
         ASSERT_FALSE(accountId.isNull());
         source = sandbox.path(QStringLiteral("source"));
         makeTree(source);
@@ -81,70 +75,13 @@ protected:
         return plan;
     }
 
-    QString save(const Orv::Info::Plan::Base& plan)
-    {
-        ServiceRawClient client(sandbox.socketPath());
-        const auto reply = client.call(
-            QLatin1String(Format::Plan::CommonEdit::Name),
-            {{QLatin1String(Format::Plan::CommonEdit::Request::PlanXml),
-              plan.toXml(Orv::Info::Plan::Base::SecretForm::Plain)},
-             {QLatin1String(Format::Plan::CommonEdit::Request::ID), plan.id().toString()}});
-        if (!reply)
-            return QStringLiteral("no reply");
-        return reply->value(QLatin1String(Format::Header::Status::ErrorString)).toString();
-    }
-
-    // The typed reply's error message; empty when the command was done.
-    QString typed(const QUuid& command, const QJsonObject& request)
-    {
-        ServiceRawClient client(sandbox.socketPath());
-        const auto reply = client.callTyped(command, request);
-        if (!reply)
-            return QStringLiteral("no reply");
-        if (reply->value(QLatin1String(Format::Header::Status::Key)).toInt() == 2)
-            return {};
-        return reply->value(QLatin1String(Format::Header::ErrorMessage)).toString();
-    }
-
-    QString start(const QUuid& plan, bool full = false)
-    {
-        return typed(V2Plan::StartPlan::CommandId,
-                     {{"planId", plan.toString(QUuid::WithoutBraces)}, {"isFull", full}});
-    }
-
-    QString stop(const QUuid& plan)
-    {
-        return typed(V2Plan::StopPlan::CommandId,
-                     {{"planId", plan.toString(QUuid::WithoutBraces)}});
-    }
-
-    PlanObject row(const QUuid& plan)
-    {
-        ServiceRawClient client(sandbox.socketPath());
-        const auto reply = client.call(QLatin1String(Format::Plan::GetList::Name));
-        const QJsonArray rows = reply ? reply->value(QLatin1String(Format::Header::Data))
-                                            .toObject()
-                                            .value(QLatin1String(Format::Plan::GetList::Reply::Key))
-                                            .toArray()
-                                      : QJsonArray();
-        for (const QJsonValue& value : rows) {
-            const PlanObject object = PlanObject::fromRow(value.toObject());
-            if (object.id() == plan)
-                return object;
-        }
-        return {};
-    }
-
-    // Follows the plan list until the plan is idle again.
+    QString save(const Orv::Info::Plan::Base& plan) { return Plans::savePlan(sandbox, plan); }
+    QString start(const QUuid& plan) { return Plans::startPlan(sandbox, plan); }
+    QString stop(const QUuid& plan) { return Plans::stopPlan(sandbox, plan); }
+    PlanObject row(const QUuid& plan) { return Plans::planRow(sandbox, plan); }
     PlanObject waitIdle(const QUuid& plan, int limitMs = 60000)
     {
-        const QDeadlineTimer deadline(limitMs);
-        for (;;) {
-            const PlanObject now = row(plan);
-            if (!now.status().isRunning() || deadline.hasExpired())
-                return now;
-            QThread::msleep(50);
-        }
+        return Plans::waitIdle(sandbox, plan, limitMs);
     }
 
     Sandbox sandbox;
@@ -325,13 +262,8 @@ TEST(PlanSchedule, PlansRunWhenTheClockPassesTheirTime)
                        sandbox.path(QStringLiteral("clock")));
     sandbox.setServiceEnvironment(environment);
     ASSERT_TRUE(sandbox.startService());
-    QDir().mkpath(sandbox.path(QStringLiteral("store")));
-    QDir().mkpath(sandbox.path(QStringLiteral("source")));
     sandbox.writeFile(QStringLiteral("source/a.txt"), "scheduled");
-    expectRun(run(sandbox, "account add filesystem --name Desk -p desk -f",
-                  {sandbox.path(QStringLiteral("store"))}),
-              kSuccess);
-    const QUuid account(record(sandbox, QStringLiteral("Desk")).value("ID").toString());
+    const QUuid account = Plans::addFolderAccount(sandbox);
 
     const QDateTime now = QDateTime::currentDateTime();
     auto plan = [&](const char* name, int hours, bool missed) {
@@ -356,18 +288,7 @@ TEST(PlanSchedule, PlansRunWhenTheClockPassesTheirTime)
     const QUuid soon = plan("Soon", 3, false);
     const QUuid missed = plan("Missed", 5, true);
     const QUuid waits = plan("Waits", 5, false);
-    auto lastRun = [&](const QUuid& id) {
-        ServiceRawClient client(sandbox.socketPath());
-        const auto reply = client.call(QLatin1String(Format::Plan::GetList::Name));
-        const QJsonArray rows = reply->value(QLatin1String(Format::Header::Data))
-                                    .toObject()
-                                    .value(QLatin1String(Format::Plan::GetList::Reply::Key))
-                                    .toArray();
-        for (const QJsonValue& value : rows)
-            if (PlanObject::fromRow(value.toObject()).id() == id)
-                return PlanObject::fromRow(value.toObject());
-        return PlanObject();
-    };
+    auto lastRun = [&](const QUuid& id) { return Plans::planRow(sandbox, id); };
     auto waitForRun = [&](const QUuid& id) {
         const QDeadlineTimer deadline(20000);
         while (!deadline.hasExpired() &&

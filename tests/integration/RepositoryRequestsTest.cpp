@@ -3,8 +3,7 @@
 // large folder, the deep sync that rebuilds a lost cache, and removals, which
 // wait for the bunch's plan to stop running.
 
-#include "AccountRuns.h"
-#include "ServiceRawClient.h"
+#include "PlanRuns.h"
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
 #include "orvCommon/Communication/V2/RepositoryCommands.h"
@@ -23,7 +22,6 @@
 #include <gtest/gtest.h>
 
 using namespace OrvTest;
-using namespace OrvTest::Accounts;
 using Orv::Info::PlanObject;
 using Orv::Info::Plan::PlanResult;
 namespace Format = Orv::Common::Communication::Commands::Format;
@@ -60,11 +58,7 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(sandbox.startService());
-        QDir().mkpath(sandbox.path(QStringLiteral("store")));
-        expectRun(run(sandbox, "account add filesystem --name Desk -p desk -f",
-                      {sandbox.path(QStringLiteral("store"))}),
-                  kSuccess);
-        accountId = QUuid(record(sandbox, QStringLiteral("Desk")).value("ID").toString());
+        accountId = Plans::addFolderAccount(sandbox);
         ASSERT_FALSE(accountId.isNull());
         source = sandbox.path(QStringLiteral("source"));
         sandbox.writeFile(QStringLiteral("source/docs/a.txt"), "first");
@@ -86,29 +80,16 @@ protected:
         return plan;
     }
 
-    QString save(const Orv::Info::Plan::Base& plan)
-    {
-        ServiceRawClient client(sandbox.socketPath());
-        const auto reply = client.call(
-            QLatin1String(Format::Plan::CommonEdit::Name),
-            {{QLatin1String(Format::Plan::CommonEdit::Request::PlanXml),
-              plan.toXml(Orv::Info::Plan::Base::SecretForm::Plain)},
-             {QLatin1String(Format::Plan::CommonEdit::Request::ID), plan.id().toString()}});
-        if (!reply)
-            return QStringLiteral("no reply");
-        return reply->value(QLatin1String(Format::Header::Status::ErrorString)).toString();
-    }
+    QString save(const Orv::Info::Plan::Base& plan) { return Plans::savePlan(sandbox, plan); }
 
     Answer typed(const QUuid& command, const QJsonObject& request)
     {
-        ServiceRawClient client(sandbox.socketPath());
-        const auto reply = client.callTyped(command, request);
-        if (!reply)
-            return {QStringLiteral("no reply"), {}};
+        const auto reply = Plans::callTyped(sandbox, command, request);
         Answer answer;
-        if (reply->value(QLatin1String(Format::Header::Status::Key)).toInt() != 2)
-            answer.error = reply->value(QLatin1String(Format::Header::ErrorMessage)).toString();
-        answer.list.fromJson(reply->value(QLatin1String(Format::Header::TypedResponse)).toObject());
+        answer.error = Plans::errorOf(reply);
+        if (reply)
+            answer.list.fromJson(
+                reply->value(QLatin1String(Format::Header::TypedResponse)).toObject());
         return answer;
     }
 
@@ -129,38 +110,10 @@ protected:
 
     QString start(const QUuid& plan, bool full = false)
     {
-        return typed(V2Plan::StartPlan::CommandId,
-                     {{"planId", plan.toString(QUuid::WithoutBraces)}, {"isFull", full}})
-            .error;
+        return Plans::startPlan(sandbox, plan, full);
     }
-
-    PlanObject row(const QUuid& plan)
-    {
-        ServiceRawClient client(sandbox.socketPath());
-        const auto reply = client.call(QLatin1String(Format::Plan::GetList::Name));
-        const QJsonArray rows = reply ? reply->value(QLatin1String(Format::Header::Data))
-                                            .toObject()
-                                            .value(QLatin1String(Format::Plan::GetList::Reply::Key))
-                                            .toArray()
-                                      : QJsonArray();
-        for (const QJsonValue& value : rows) {
-            const PlanObject object = PlanObject::fromRow(value.toObject());
-            if (object.id() == plan)
-                return object;
-        }
-        return {};
-    }
-
-    PlanObject waitIdle(const QUuid& plan)
-    {
-        const QDeadlineTimer deadline(60000);
-        for (;;) {
-            const PlanObject now = row(plan);
-            if (!now.status().isRunning() || deadline.hasExpired())
-                return now;
-            QThread::msleep(50);
-        }
-    }
+    PlanObject row(const QUuid& plan) { return Plans::planRow(sandbox, plan); }
+    PlanObject waitIdle(const QUuid& plan) { return Plans::waitIdle(sandbox, plan); }
 
     void backUp(const QUuid& plan, bool full = false)
     {
