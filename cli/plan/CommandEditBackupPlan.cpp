@@ -91,32 +91,7 @@ void CommandEditBackupPlan::changePlan()
 
 void CommandEditBackupPlan::editPlan()
 {
-    QString xmlError;
-    // A password this process cannot open goes back sealed as it came.
-    const QString xml = m_plan.toXml(Base::SecretForm::Plain, &xmlError);
-    if (xml.isEmpty())
-        throw xmlError;
-    CommandChannel::sendNamed(
-        QLatin1String(CommonEdit::Name),
-        {{QLatin1String(CommonEdit::Request::Profile), QString::fromLocal8Bit(qgetenv("USER"))},
-         {QLatin1String(CommonEdit::Request::PlanXml), xml},
-         {QLatin1String(CommonEdit::Request::ID), m_plan.id().toString()}},
-        this, &CommandEditBackupPlan::onEditPlanResult);
-}
-
-void CommandEditBackupPlan::onEditPlanResult()
-{
-    QScopedPointer<CommandChannel::ICommand, QScopedPointerDeleteLater> command(
-        qobject_cast<CommandChannel::ICommand*>(sender()));
-    try {
-        CommandChannel::namedReplyData(command.data());
-    } catch (const QString& message) {
-        emit error(message == CommandChannel::kReplyFormatError
-                       ? QStringLiteral("Internal error: invalid command response format.\n")
-                       : message);
-        return;
-    }
-    emit finished(Show);
+    sendEditedPlan(m_plan);
 }
 
 } // namespace Orv::CLI

@@ -17,7 +17,6 @@ public:
     int process(const QStringList& words) override;
 
 private slots:
-    void onEditPlanResult();
 
 private:
     void onAccountResolved();

@@ -24,7 +24,6 @@ protected:
 
 private slots:
     void onCloudTypeKnown();
-    void onEditPlanResult();
 
 private:
     // Applies the options given to the loaded plan; throws the message.

@@ -1604,4 +1604,35 @@ int CommandPlanBase::lookUpPlanToEdit(
     return Started;
 }
 
+void CommandPlanBase::sendEditedPlan(const Orv::Info::Plan::Base& plan)
+{
+    namespace CommonEdit = Orv::Common::Communication::Commands::Format::Plan::CommonEdit;
+    QString xmlError;
+    // A password this process cannot open goes back sealed as it came.
+    const QString xml = plan.toXml(Orv::Info::Plan::Base::SecretForm::Plain, &xmlError);
+    if (xml.isEmpty())
+        throw xmlError;
+    CommandChannel::sendNamed(
+        QLatin1String(CommonEdit::Name),
+        {{QLatin1String(CommonEdit::Request::Profile), QString::fromLocal8Bit(qgetenv("USER"))},
+         {QLatin1String(CommonEdit::Request::PlanXml), xml},
+         {QLatin1String(CommonEdit::Request::ID), plan.id().toString()}},
+        this, &CommandPlanBase::onEditedPlanSaved);
+}
+
+void CommandPlanBase::onEditedPlanSaved()
+{
+    QScopedPointer<CommandChannel::ICommand, QScopedPointerDeleteLater> command(
+        qobject_cast<CommandChannel::ICommand*>(sender()));
+    try {
+        CommandChannel::namedReplyData(command.data());
+    } catch (const QString& message) {
+        emit error(message == CommandChannel::kReplyFormatError
+                       ? QStringLiteral("Internal error: invalid command response format.\n")
+                       : message);
+        return;
+    }
+    emit finished(Show);
+}
+
 } // namespace Orv::CLI

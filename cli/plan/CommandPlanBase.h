@@ -138,6 +138,10 @@ protected:
     // confirmation and reads the plan, then hands it to found(); any failure
     // ends the command with its message. The result for process().
     int lookUpPlanToEdit(std::function<void(const QSharedPointer<Orv::Info::Plan::Base>&)> found);
+    // Edit commands: sends the changed plan back to the service; the command
+    // ends when the service answered.
+    void sendEditedPlan(const Orv::Info::Plan::Base& plan);
+    void onEditedPlanSaved();
     // Asks the service for the accounts and keeps the one "account" names:
     // connectionInfoLoaded() follows, or error(message).
     void loadConnectionInfo();
