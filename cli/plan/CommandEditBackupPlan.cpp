@@ -9,7 +9,6 @@
 namespace Orv::CLI {
 
 using namespace Orv::Info::Plan;
-namespace CommonEdit = Orv::Common::Communication::Commands::Format::Plan::CommonEdit;
 
 CommandEditBackupPlan::CommandEditBackupPlan(QObject* parent)
     : CommandPlanBase(QStringLiteral("edit_backup"), QStringLiteral("edit an existing backup plan"),

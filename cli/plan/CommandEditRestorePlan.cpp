@@ -8,7 +8,6 @@
 namespace Orv::CLI {
 
 using namespace Orv::Info::Plan;
-namespace CommonEdit = Orv::Common::Communication::Commands::Format::Plan::CommonEdit;
 
 CommandEditRestorePlan::CommandEditRestorePlan(QObject* parent)
     : CommandCreateRestorePlan(QStringLiteral("edit_restore"),
