@@ -168,6 +168,10 @@ void JobRunner::finish(const QUuid& planId, qint64 runId, const RunOutcome& done
     if (job && job->timedOut) {
         outcome.result = PlanResult(PlanResult::Stopped);
         outcome.message = QStringLiteral("Stopped: the run reached the plan's time limit");
+    } else if (outcome.result == PlanResult(PlanResult::Stopped) && m_stoppingAll) {
+        outcome.message =
+            QStringLiteral("Stopped: the service was stopping") +
+            (outcome.message.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(outcome.message));
     } else if (outcome.result == PlanResult(PlanResult::Stopped) && outcome.message.isEmpty()) {
         outcome.message = QStringLiteral("Stopped on request");
     }
@@ -225,6 +229,7 @@ bool JobRunner::stop(const QUuid& planId, QString* error)
 
 void JobRunner::stopAll()
 {
+    m_stoppingAll = true;
     for (const auto& job : qAsConst(m_jobs)) {
         job->stopping = true;
         job->run->stop();

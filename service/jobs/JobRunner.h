@@ -72,6 +72,7 @@ private:
     QHash<QUuid, std::shared_ptr<Job>> m_jobs;
     QThreadPool m_pool;
     quint64 m_generation = 1;
+    bool m_stoppingAll = false;
 };
 
 } // namespace Orv::Service

@@ -239,6 +239,14 @@ TEST_F(PlanRuns, FaultsEndTheRunWithTheirReason)
     EXPECT_TRUE(start(current.id()).contains("new backup format"));
     EXPECT_EQ(row(current.id()).lastRunStatus(), PlanResult(PlanResult::Failed));
 
+    // Stopped mid-run, the service ends the run as stopped and says why.
+    ASSERT_EQ(start(slow.id()), QString());
+    QThread::msleep(300);
+    EXPECT_EQ(sandbox.stopService(), 0);
+    ASSERT_TRUE(sandbox.startService());
+    EXPECT_EQ(row(slow.id()).lastRunStatus(), PlanResult(PlanResult::Stopped));
+    EXPECT_TRUE(row(slow.id()).lastRunMessage().contains("service was stopping"));
+
     // Killed mid-run, the service records the run as interrupted.
     ASSERT_EQ(start(slow.id()), QString());
     QThread::msleep(300);
