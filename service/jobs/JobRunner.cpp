@@ -202,15 +202,17 @@ void JobRunner::finish(const QUuid& planId, qint64 runId, const RunOutcome& done
                                             outcome.message.isEmpty()
                                                 ? QString()
                                                 : QStringLiteral(" - ") + outcome.message);
+    // Those who listen (the e-mail) still find the plan.
+    emit runEnded(planId, outcome.result);
     if (job && job->removeAfterSuccess && outcome.result == PlanResult(PlanResult::Success)) {
         const QString removed = m_plans.remove(planId);
-        if (removed.isEmpty())
+        if (removed.isEmpty()) {
+            m_history.forget(planId);
             qCInfo(lcService).noquote() << "Plan" << planId.toString() << "ran once and is removed";
-        else
+        } else
             qCWarning(lcService).noquote()
                 << "Cannot remove the run-once plan" << planId.toString() << ":" << removed;
     }
-    emit runEnded(planId, outcome.result);
 }
 
 bool JobRunner::stop(const QUuid& planId, QString* error)
