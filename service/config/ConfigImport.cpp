@@ -128,7 +128,9 @@ QJsonObject withPrefix(QJsonObject record, const QString& prefix)
 QString addFile(const QString& folder, const QUuid& id, const QString& extension,
                 const QByteArray& contents)
 {
-    return Kel::Core::AtomicFile::write(
+    // Flushed all at once when the import ends: one flush per file made a
+    // thousand items take seconds.
+    return Kel::Core::AtomicFile::writeUnflushed(
         QDir(folder).filePath(id.toString(QUuid::WithoutBraces) + extension), contents);
 }
 
@@ -184,6 +186,12 @@ ConfigImport::Report ConfigImport::run(const QString& path, const QString& passp
     importAccounts(contents.accounts, newPrefix, &report.accounts);
     const qint64 accountsDone = clock.elapsed();
     importPlans(contents.plans, &report.plans);
+    // The import is reported done only once it is on disk.
+    for (const QString& folder : {m_accounts.folder(), m_plans.folder()}) {
+        const QString flushError = Kel::Core::AtomicFile::syncFileSystem(folder);
+        if (!flushError.isEmpty() && QDir(folder).exists())
+            report.plans.failures.append(flushError);
+    }
     const QStringList failures =
         report.settings.failures + report.accounts.failures + report.plans.failures;
     report.result = failures.isEmpty() ? Imported : Partial;
