@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 #include <arpa/inet.h>
 #include <atomic>
+#include <csignal>
 #include <mutex>
 #include <netinet/in.h>
 #include <openssl/err.h>
@@ -36,6 +37,9 @@ public:
         ::listen(m_listener, 8);
         ::getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length);
         m_port = ntohs(address.sin_port);
+        // A client that hangs up mid-reply (a refused download) must not
+        // kill the test process: the write then fails with EPIPE instead.
+        std::signal(SIGPIPE, SIG_IGN);
         m_thread = std::thread([this] { serve(); });
     }
 
