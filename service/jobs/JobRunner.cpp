@@ -1,7 +1,10 @@
 #include "service/jobs/JobRunner.h"
 
 #include "orvCommon/BackendConfig.h"
+#include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
+#include "orvInfo/Plan/Backup.h"
+#include "orvInfo/Plan/Factory.h"
 #include "orvInfo/Plan/Restore.h"
 #include "orvInfo/StorageConnection.h"
 #include "service/ServiceLog.h"
@@ -12,6 +15,7 @@
 #include "service/plans/PlanCatalog.h"
 
 #include <QCoreApplication>
+#include <QJsonArray>
 #include <QTimer>
 
 namespace Orv::Service {
@@ -121,6 +125,14 @@ bool JobRunner::start(const QUuid& planId, bool forceFull, QString* error)
         *error = recordRefusal(planId, *error);
         return false;
     }
+    if (request.restore && request.currentFormat) {
+        request.currentPlans = currentFormatPlans(plan->storage());
+        if (request.currentPlans.isEmpty()) {
+            *error = recordRefusal(planId, QStringLiteral("No backup plan of the current format "
+                                                          "writes to this storage account"));
+            return false;
+        }
+    }
     const qint64 runId = m_history.begin(planId, m_clock(), error);
     if (runId == 0)
         return false;
@@ -213,6 +225,23 @@ void JobRunner::finish(const QUuid& planId, qint64 runId, const RunOutcome& done
             qCWarning(lcService).noquote()
                 << "Cannot remove the run-once plan" << planId.toString() << ":" << removed;
     }
+}
+
+QStringList JobRunner::currentFormatPlans(const QUuid& storage)
+{
+    namespace Info = Orv::Common::Communication::Commands::Format::Plan::DataType::Info;
+    QStringList plans;
+    const QJsonArray rows = m_plans.rows();
+    for (const QJsonValue& value : rows) {
+        const QJsonObject row = value.toObject();
+        if (QUuid(row.value(QLatin1String(Info::Storage)).toString()) != storage)
+            continue;
+        const auto plan =
+            Orv::Info::Plan::Factory::create(row.value(QLatin1String(Info::PlanXml)).toString());
+        if (plan && !plan->isArchive() && dynamic_cast<const Orv::Info::Plan::Backup*>(plan.data()))
+            plans.append(plan->id().toString(QUuid::WithoutBraces));
+    }
+    return plans;
 }
 
 bool JobRunner::stop(const QUuid& planId, QString* error)

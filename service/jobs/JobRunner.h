@@ -63,6 +63,9 @@ private:
     struct Job;
     void finish(const QUuid& planId, qint64 runId, const RunOutcome& outcome);
     QString recordRefusal(const QUuid& planId, const QString& reason);
+    // The ids (without braces) of the current-format backup plans that write
+    // to the storage account.
+    QStringList currentFormatPlans(const QUuid& storage);
 
     PlanCatalog& m_plans;
     AccountCatalog& m_accounts;

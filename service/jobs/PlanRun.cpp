@@ -3,6 +3,8 @@
 #include "orvRepository/Generation.h"
 #include "service/ServiceLog.h"
 #include "service/engine/Archiver.h"
+#include "service/engine/CurrentArchiver.h"
+#include "service/engine/CurrentRestorer.h"
 #include "service/engine/Restorer.h"
 
 #include <QElapsedTimer>
@@ -70,10 +72,8 @@ void PlanRun::stop()
 {
     m_stop = true;
     QMutexLocker lock(&m_mutex);
-    if (m_archiver)
-        m_archiver->stop();
-    if (m_restorer)
-        m_restorer->stop();
+    if (m_stopEngine)
+        m_stopEngine();
 }
 
 bool PlanRun::runAction(const PlanAction& action, const char* which, QString* error)
@@ -175,33 +175,51 @@ RunOutcome PlanRun::run()
     return outcome;
 }
 
+template <typename Engine>
+Orv::Engine::RunResult PlanRun::backUpWith(const Orv::Repository::Repository& repository)
+{
+    Engine engine(repository, m_request.backup);
+    {
+        QMutexLocker lock(&m_mutex);
+        m_stopEngine = [&engine] { engine.stop(); };
+        m_backupProgress = &engine.progress();
+    }
+    if (m_stop)
+        engine.stop();
+    Orv::Engine::RunResult result = engine.run();
+    QMutexLocker lock(&m_mutex);
+    m_stopEngine = nullptr;
+    m_backupProgress = nullptr;
+    m_lastFailed = qint64(engine.progress().filesFailed);
+    return result;
+}
+
 RunOutcome PlanRun::runBackup()
 {
     const Orv::Repository::Repository repository(m_request.location);
-    Orv::Engine::Archiver archiver(repository, m_request.backup);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_archiver = &archiver;
-    }
-    if (m_stop)
-        archiver.stop();
-    const Orv::Engine::RunResult result = archiver.run();
-    {
-        QMutexLocker lock(&m_mutex);
-        m_archiver = nullptr;
-    }
+    const Orv::Engine::RunResult result = m_request.currentFormat
+                                              ? backUpWith<Orv::Engine::CurrentArchiver>(repository)
+                                              : backUpWith<Orv::Engine::Archiver>(repository);
     RunOutcome outcome;
     outcome.result = resultOf(result.outcome);
     outcome.message = result.message;
     outcome.files = qint64(result.files);
     outcome.bytes = qint64(result.bytes);
     outcome.uploaded = qint64(result.filesRead);
-    outcome.failed = qint64(archiver.progress().filesFailed);
+    outcome.failed = m_lastFailed;
     outcome.warnings = result.warnings;
     outcome.errors = result.errors;
     outcome.full = result.full;
+    if (!m_request.notice.isEmpty() && !outcome.result.isFailure()) {
+        ++outcome.warnings;
+        if (outcome.result == PlanResult(PlanResult::Success))
+            outcome.result = PlanResult(PlanResult::Warning);
+        outcome.message = outcome.message.isEmpty()
+                              ? m_request.notice
+                              : outcome.message + QStringLiteral("; ") + m_request.notice;
+    }
     if (m_request.consistencyCheck && !m_stop && !outcome.result.isFailure() &&
-        !result.generation.isEmpty())
+        !m_request.currentFormat && !result.generation.isEmpty())
         checkConsistency(repository, result.generation, &outcome);
     return outcome;
 }
@@ -232,10 +250,31 @@ void PlanRun::checkConsistency(const Orv::Repository::Repository& repository,
         outcome->message.isEmpty() ? found : outcome->message + QStringLiteral("; ") + found;
 }
 
+template <typename Engine>
+Orv::Engine::RestoreResult PlanRun::restoreWith(const Orv::Repository::Repository& repository,
+                                                const Orv::Engine::RestoreDescription& description)
+{
+    Engine engine(repository, description);
+    {
+        QMutexLocker lock(&m_mutex);
+        m_stopEngine = [&engine] { engine.stop(); };
+        m_filesRestored = &engine.filesDone;
+        m_bytesRestored = &engine.bytesDone;
+    }
+    if (m_stop)
+        engine.stop();
+    Orv::Engine::RestoreResult result = engine.run();
+    QMutexLocker lock(&m_mutex);
+    m_stopEngine = nullptr;
+    m_filesRestored = nullptr;
+    m_bytesRestored = nullptr;
+    return result;
+}
+
 RunOutcome PlanRun::runRestore()
 {
     const Orv::Repository::Repository repository(m_request.location);
-    if (m_request.syncBeforeRun) {
+    if (m_request.syncBeforeRun && !m_request.currentFormat) {
         const QString problem = syncGenerations(repository);
         if (!problem.isEmpty()) {
             RunOutcome outcome;
@@ -243,17 +282,29 @@ RunOutcome PlanRun::runRestore()
             return outcome;
         }
     }
-    Orv::Engine::Restorer restorer(repository, m_request.restoreDescription);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_restorer = &restorer;
-    }
-    if (m_stop)
-        restorer.stop();
-    const Orv::Engine::RestoreResult result = restorer.run();
-    {
-        QMutexLocker lock(&m_mutex);
-        m_restorer = nullptr;
+    Orv::Engine::RestoreResult result;
+    if (!m_request.currentFormat) {
+        result = restoreWith<Orv::Engine::Restorer>(repository, m_request.restoreDescription);
+    } else {
+        // The current format keeps each backup plan's files apart: the state
+        // asked for is that of every such plan writing to the account.
+        result.ok = true;
+        for (const QString& plan : qAsConst(m_request.currentPlans)) {
+            if (m_stop)
+                break;
+            Orv::Engine::RestoreDescription description = m_request.restoreDescription;
+            description.bunch = plan;
+            const Orv::Engine::RestoreResult part =
+                restoreWith<Orv::Engine::CurrentRestorer>(repository, description);
+            result.files += part.files;
+            result.bytes += part.bytes;
+            result.skipped += part.skipped;
+            result.failed += part.failed;
+            if (!part.ok) {
+                result.ok = false;
+                result.message = part.message;
+            }
+        }
     }
     RunOutcome outcome;
     outcome.files = qint64(result.files);
@@ -314,13 +365,13 @@ QString PlanRun::progressText() const
         break;
     }
     QMutexLocker lock(&m_mutex);
-    if (m_restorer)
+    if (m_filesRestored)
         return QStringLiteral("Restoring: %1 files, %2 written")
-            .arg(m_restorer->filesDone.load())
-            .arg(size(m_restorer->bytesDone));
-    if (!m_archiver)
+            .arg(m_filesRestored->load())
+            .arg(size(*m_bytesRestored));
+    if (!m_backupProgress)
         return QStringLiteral("Preparing");
-    const Orv::Engine::RunProgress& p = m_archiver->progress();
+    const Orv::Engine::RunProgress& p = *m_backupProgress;
     static const char* const steps[] = {"Preparing", "Reading", "Committing", "Applying retention",
                                         "Done"};
     const int step = qBound(0, p.step.load(), 4);

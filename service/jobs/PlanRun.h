@@ -6,11 +6,13 @@
 #include <QMutex>
 #include <QStringList>
 #include <atomic>
+#include <functional>
 #include <memory>
 
 namespace Orv::Engine {
-class Archiver;
-class Restorer;
+struct RunProgress;
+struct RestoreResult;
+struct RunResult;
 } // namespace Orv::Engine
 
 namespace Orv::Service {
@@ -59,7 +61,12 @@ private:
     // Runs an action; false with the reason when it failed or took too long.
     bool runAction(const PlanAction& action, const char* which, QString* error);
     RunOutcome runBackup();
+    template <typename Engine>
+    Orv::Engine::RunResult backUpWith(const Orv::Repository::Repository& repository);
     RunOutcome runRestore();
+    template <typename Engine>
+    Orv::Engine::RestoreResult restoreWith(const Orv::Repository::Repository& repository,
+                                           const Orv::Engine::RestoreDescription& description);
     // Before a restore: rebuilds the local data of the generations that need
     // it; the reason when that failed.
     QString syncGenerations(const Orv::Repository::Repository& repository);
@@ -71,9 +78,14 @@ private:
     RunRequest m_request;
     std::atomic_bool m_stop{false};
     std::atomic<int> m_step{int(Step::Starting)};
-    mutable QMutex m_mutex; // guards the engine pointers
-    Orv::Engine::Archiver* m_archiver = nullptr;
-    Orv::Engine::Restorer* m_restorer = nullptr;
+    // The engine at work, whichever format: how to stop it and what it
+    // tells. The mutex guards them.
+    mutable QMutex m_mutex;
+    std::function<void()> m_stopEngine;
+    const Orv::Engine::RunProgress* m_backupProgress = nullptr;
+    const std::atomic<quint64>* m_filesRestored = nullptr;
+    const std::atomic<quint64>* m_bytesRestored = nullptr;
+    qint64 m_lastFailed = 0;
 };
 
 } // namespace Orv::Service

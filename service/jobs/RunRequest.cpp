@@ -108,11 +108,7 @@ bool makeAction(const Action& action, bool onFailure, PlanAction* made, QString*
 bool describeBackup(const BackupFile& plan, const RunSettings& settings, bool local, bool forceFull,
                     RunRequest* request, QString* error)
 {
-    if (!plan.isArchive()) {
-        *error = QStringLiteral("This build backs up in the new backup format (nbf) only; "
-                                "recreate the plan with --format nbf");
-        return false;
-    }
+    request->currentFormat = !plan.isArchive();
     if (plan.items().isEmpty()) {
         *error = QStringLiteral("The plan has nothing to back up");
         return false;
@@ -150,6 +146,20 @@ bool describeBackup(const BackupFile& plan, const RunSettings& settings, bool lo
     d.retryAttempts = settings.retryAttempts;
     d.retryInterval = settings.retryInterval;
     d.retention = retention(plan.retentionPolicy(), settings);
+    if (request->currentFormat) {
+        // Versions are kept per file in this format; until that retention
+        // lands, nothing is deleted, and the run says so when it was asked.
+        QStringList notices;
+        if (d.retention.count > 0 || plan.retentionPolicy().useKeepVersion() ||
+            plan.retentionPolicy().useDeleteLocaly())
+            notices << QStringLiteral("The retention of file versions is not applied yet: "
+                                      "no version was deleted");
+        if (plan.useDifferentialUpload())
+            notices << QStringLiteral("Block-level backup is not built yet: changed files were "
+                                      "stored whole");
+        request->notice = notices.join(QStringLiteral("; "));
+        d.retention = {};
+    }
     return makeAction(plan.actions().pre(), plan.actions().pre().terminateOnFailure(),
                       &request->pre, error) &&
            makeAction(plan.actions().post(), plan.actions().post().runOnBackupFailure(),
@@ -159,10 +169,7 @@ bool describeBackup(const BackupFile& plan, const RunSettings& settings, bool lo
 bool describeRestore(const RestoreFile& plan, const RunSettings& settings, RunRequest* request,
                      QString* error)
 {
-    if (!plan.isArchive()) {
-        *error = QStringLiteral("This build restores from the new backup format (nbf) only");
-        return false;
-    }
+    request->currentFormat = !plan.isArchive();
     Orv::Engine::RestoreDescription& d = request->restoreDescription;
     // The bunch of a new-format restore is the backup plan's id; the restore
     // plan names it in its restore point as "bunch/generation/point".
@@ -185,7 +192,7 @@ bool describeRestore(const RestoreFile& plan, const RunSettings& settings, RunRe
     }
     d.password = plan.encryptionPassword().toUtf8();
     d.threads = settings.threads;
-    if (d.bunch.isEmpty()) {
+    if (d.bunch.isEmpty() && !request->currentFormat) {
         *error = QStringLiteral("The plan names no backup to restore from");
         return false;
     }

@@ -31,6 +31,13 @@ struct RunRequest
     QUuid planId;
     QString planName;
     bool restore = false;
+    // The current format (cbf) rather than the new one.
+    bool currentFormat = false;
+    // A restore of the current format: the backup plans whose files it takes
+    // (each keeps its own), filled in by the job runner.
+    QStringList currentPlans;
+    // What the run cannot do as the plan asks, told as a warning of the run.
+    QString notice;
     Orv::Engine::RunDescription backup;
     Orv::Engine::RestoreDescription restoreDescription;
     Orv::Repository::Location location;

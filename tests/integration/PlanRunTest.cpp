@@ -123,54 +123,61 @@ QStringList contents(const QString& root)
 // plan list, restored elsewhere bit for bit, refused while it runs.
 TEST_F(PlanRuns, BackupThenRestoreThroughPlans)
 {
-    const Orv::Info::Plan::BackupFile plan = backupPlan(QStringLiteral("Nightly"));
-    ASSERT_EQ(save(plan), QString());
-    const QByteArray stored = sandbox.readFile(
-        QStringLiteral("config/plans/%1.xml").arg(plan.id().toString(QUuid::WithoutBraces)));
-    EXPECT_TRUE(stored.contains("Nightly"));
-    EXPECT_FALSE(stored.contains("correct horse")) << "the password is kept in clear";
+    for (const bool newFormat : {true, false}) {
+        SCOPED_TRACE(newFormat ? "new format" : "current format");
+        Orv::Info::Plan::BackupFile plan =
+            backupPlan(newFormat ? QStringLiteral("Nightly") : QStringLiteral("Versions"));
+        plan.setIsArchive(newFormat);
+        ASSERT_EQ(save(plan), QString());
+        const QByteArray stored = sandbox.readFile(
+            QStringLiteral("config/plans/%1.xml").arg(plan.id().toString(QUuid::WithoutBraces)));
+        EXPECT_TRUE(stored.contains(plan.name().toUtf8()));
+        EXPECT_FALSE(stored.contains("correct horse")) << "the password is kept in clear";
 
-    EXPECT_EQ(row(plan.id()).lastRunStatus(), PlanResult(PlanResult::NeverRun));
-    ASSERT_EQ(start(plan.id()), QString());
-    EXPECT_EQ(start(plan.id()), QStringLiteral("Plan already running.\n"));
-    PlanObject done = waitIdle(plan.id());
-    ASSERT_EQ(done.lastRunStatus(), PlanResult(PlanResult::Success))
-        << done.lastRunMessage().toStdString();
-    EXPECT_EQ(done.lastFileCount(), 40);
-    EXPECT_GT(done.lastFileSize(), 40 * 1000);
-    EXPECT_TRUE(done.lastRunTime().isValid());
+        EXPECT_EQ(row(plan.id()).lastRunStatus(), PlanResult(PlanResult::NeverRun));
+        ASSERT_EQ(start(plan.id()), QString());
+        EXPECT_EQ(start(plan.id()), QStringLiteral("Plan already running.\n"));
+        PlanObject done = waitIdle(plan.id());
+        ASSERT_EQ(done.lastRunStatus(), PlanResult(PlanResult::Success))
+            << done.lastRunMessage().toStdString();
+        EXPECT_GT(done.lastFileSize(), 40 * 1000);
+        EXPECT_TRUE(done.lastRunTime().isValid());
 
-    QFile changed(source + QStringLiteral("/docs/file-3.bin"));
-    ASSERT_TRUE(changed.open(QIODevice::Append));
-    changed.write("one more line\n");
-    changed.close();
-    ASSERT_EQ(start(plan.id()), QString());
-    done = waitIdle(plan.id());
-    ASSERT_EQ(done.lastRunStatus(), PlanResult(PlanResult::Success))
-        << done.lastRunMessage().toStdString();
-    EXPECT_EQ(done.lastUploadedCount(), 1) << "only the changed file is read again";
+        QFile changed(source + QStringLiteral("/docs/file-3.bin"));
+        ASSERT_TRUE(changed.open(QIODevice::Append));
+        changed.write("one more line\n");
+        changed.close();
+        ASSERT_EQ(start(plan.id()), QString());
+        done = waitIdle(plan.id());
+        ASSERT_EQ(done.lastRunStatus(), PlanResult(PlanResult::Success))
+            << done.lastRunMessage().toStdString();
+        EXPECT_EQ(done.lastUploadedCount(), 1) << "only the changed file is read again";
 
-    // The local data is gone (a new machine): the restore syncs first.
-    ASSERT_TRUE(QDir(sandbox.path(QStringLiteral("data/cache"))).removeRecursively());
-    Orv::Info::Plan::RestoreFile restore;
-    restore.setSyncBeforeRun(true);
-    restore.setId(QUuid::createUuid());
-    restore.setName(QStringLiteral("Back"));
-    restore.setStorage(accountId);
-    restore.setAccountId(accountId);
-    restore.setIsArchive(true);
-    restore.setRestorePoint(plan.id().toString(QUuid::WithoutBraces));
-    restore.setRestoreToOriginalLocation(false);
-    restore.setDestination(sandbox.path(QStringLiteral("restored")));
-    restore.setUseEncryption(true);
-    restore.setEncryptionPassword(QStringLiteral("correct horse"));
-    ASSERT_EQ(save(restore), QString());
-    ASSERT_EQ(start(restore.id()), QString());
-    done = waitIdle(restore.id());
-    ASSERT_EQ(done.lastRunStatus(), PlanResult(PlanResult::Success))
-        << done.lastRunMessage().toStdString();
-    EXPECT_EQ(contents(sandbox.path(QStringLiteral("restored")) + source).join('\n').toStdString(),
-              contents(source).join('\n').toStdString());
+        // The local data is gone (a new machine): the restore syncs first.
+        ASSERT_TRUE(QDir(sandbox.path(QStringLiteral("data/cache"))).removeRecursively());
+        Orv::Info::Plan::RestoreFile restore;
+        restore.setSyncBeforeRun(true);
+        restore.setId(QUuid::createUuid());
+        restore.setName(QStringLiteral("Back"));
+        restore.setStorage(accountId);
+        restore.setAccountId(accountId);
+        restore.setIsArchive(newFormat);
+        if (newFormat)
+            restore.setRestorePoint(plan.id().toString(QUuid::WithoutBraces));
+        restore.setRestoreToOriginalLocation(false);
+        const QString target = sandbox.path(newFormat ? QStringLiteral("restored")
+                                                      : QStringLiteral("restored-versions"));
+        restore.setDestination(target);
+        restore.setUseEncryption(true);
+        restore.setEncryptionPassword(QStringLiteral("correct horse"));
+        ASSERT_EQ(save(restore), QString());
+        ASSERT_EQ(start(restore.id()), QString());
+        done = waitIdle(restore.id());
+        ASSERT_EQ(done.lastRunStatus(), PlanResult(PlanResult::Success))
+            << done.lastRunMessage().toStdString();
+        EXPECT_EQ(contents(target + source).join('\n').toStdString(),
+                  contents(source).join('\n').toStdString());
+    }
 }
 
 // What an administrator reads when a run goes wrong: each case is one plan
@@ -232,12 +239,26 @@ TEST_F(PlanRuns, FaultsEndTheRunWithTheirReason)
     EXPECT_EQ(stop(slow.id()), QString());
     EXPECT_EQ(waitIdle(slow.id(), 15000).lastRunStatus(), PlanResult(PlanResult::Stopped));
 
-    // A plan in a format this build cannot write fails with the reason.
-    Orv::Info::Plan::BackupFile current = backupPlan(QStringLiteral("Current"));
-    current.setIsArchive(false);
-    ASSERT_EQ(save(current), QString());
-    EXPECT_TRUE(start(current.id()).contains("new backup format"));
-    EXPECT_EQ(row(current.id()).lastRunStatus(), PlanResult(PlanResult::Failed));
+    // A restore of the current format with no such backup on the account
+    // fails with the reason.
+    Orv::Info::Plan::RestoreFile nothing;
+    nothing.setId(QUuid::createUuid());
+    nothing.setName(QStringLiteral("Nothing"));
+    nothing.setStorage(accountId);
+    nothing.setAccountId(accountId);
+    ASSERT_EQ(save(nothing), QString());
+    EXPECT_TRUE(start(nothing.id()).contains("No backup plan of the current format"));
+    EXPECT_EQ(row(nothing.id()).lastRunStatus(), PlanResult(PlanResult::Failed));
+
+    // What the current format cannot do yet is a warning of the run.
+    Orv::Info::Plan::BackupFile blocks = backupPlan(QStringLiteral("Blocks"));
+    blocks.setIsArchive(false);
+    blocks.setUseDifferentialUpload(true);
+    ASSERT_EQ(save(blocks), QString());
+    ASSERT_EQ(start(blocks.id()), QString());
+    const PlanObject whole = waitIdle(blocks.id());
+    EXPECT_EQ(whole.lastRunStatus(), PlanResult(PlanResult::Warning));
+    EXPECT_TRUE(whole.lastRunMessage().contains("Block-level backup is not built yet"));
 
     // Stopped mid-run, the service ends the run as stopped and says why.
     ASSERT_EQ(start(slow.id()), QString());

@@ -1,0 +1,76 @@
+// The current format's figures beside bench_engine's: one backup or one restore of
+// the current format on a folder account, compression and AES-256 on, the way a
+// plan run would do it. Prints the outcome; time and memory are measured
+// from outside.
+//
+//   bench_engine_current backup SOURCE STORAGE CACHE
+//   bench_engine_current restore STORAGE CACHE TARGET
+#include "kelCloud/Config.h"
+#include "service/engine/CurrentArchiver.h"
+#include "service/engine/CurrentRestorer.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <cstdio>
+
+using namespace Orv::Engine;
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    if (argc != 5) {
+        std::fprintf(stderr, "usage: bench_engine_current backup SOURCE STORAGE CACHE | restore "
+                             "STORAGE CACHE TARGET\n");
+        return 2;
+    }
+    const QString command = QString::fromLocal8Bit(argv[1]);
+    const bool backup = command == QLatin1String("backup");
+    const QString storage = QString::fromLocal8Bit(argv[backup ? 3 : 2]);
+    Orv::Repository::Location location;
+    location.prefix = QStringLiteral("bench");
+    location.cacheFolder = QString::fromLocal8Bit(argv[backup ? 4 : 3]);
+    const QVariantMap config{{Kel::Cloud::Config::Type, "FileSystem"},
+                             {Kel::Cloud::Config::Path, storage}};
+    location.backend = [config](Kel::Cloud::Status* status) {
+        return Kel::Cloud::Backend::create(config, status);
+    };
+    const Orv::Repository::Repository repository(location);
+    const QString plan = QStringLiteral("00000000-0000-4000-8000-0000000be4c4");
+    const QByteArray password = qgetenv("ORV_BENCH_PASSWORD").isEmpty()
+                                    ? QByteArray("bench")
+                                    : qgetenv("ORV_BENCH_PASSWORD");
+    const int threads = qEnvironmentVariableIsSet("ORV_BENCH_THREADS")
+                            ? qEnvironmentVariableIntValue("ORV_BENCH_THREADS")
+                            : 2;
+    if (backup) {
+        RunDescription d;
+        d.planId = plan;
+        d.planName = QStringLiteral("bench");
+        d.walk.sources = {QFile::encodeName(QFile(QString::fromLocal8Bit(argv[2])).fileName())};
+        d.compression = true;
+        d.algorithm = QStringLiteral("aes-256");
+        d.password = password;
+        d.threads = threads;
+        if (qEnvironmentVariableIsSet("ORV_BENCH_UPLOADS")) {
+            d.uploadThreads = qEnvironmentVariableIntValue("ORV_BENCH_UPLOADS");
+        }
+        const RunResult r = CurrentArchiver(repository, d).run();
+        std::printf("%s files=%llu read=%llu uploaded=%llu\n", qPrintable(r.message),
+                    static_cast<unsigned long long>(r.files),
+                    static_cast<unsigned long long>(r.filesRead),
+                    static_cast<unsigned long long>(r.bytesUploaded));
+        return r.outcome == RunResult::Outcome::Failure ? 1 : 0;
+    }
+    if (command != QLatin1String("restore")) {
+        return 2;
+    }
+    RestoreDescription d;
+    d.bunch = plan;
+    d.password = password;
+    d.threads = threads;
+    d.target.destination = QFile::encodeName(QString::fromLocal8Bit(argv[4]));
+    const RestoreResult r = CurrentRestorer(repository, d).run();
+    std::printf("%s files=%llu bytes=%llu\n", qPrintable(r.message),
+                static_cast<unsigned long long>(r.files), static_cast<unsigned long long>(r.bytes));
+    return r.ok ? 0 : 1;
+}

@@ -1,0 +1,152 @@
+#pragma once
+
+#include "kelBackupFormat/Blob.h"
+#include "kelBackupFormat/Node.h"
+#include "kelBackupFormat/Records.h"
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+#include <memory>
+
+class QIODevice;
+
+namespace Kel::Streams {
+class Compressor;
+class Cipher;
+} // namespace Kel::Streams
+
+namespace Kel::Archive {
+
+// Object names of the current format, below the account's prefix. Every
+// file version is an object of its own, found from the file's path alone:
+//   cbf/<plan>/keys                          the plan's keys (a generation
+//                                            record sealed under the password)
+//   cbf/<plan>/manifests/<run>               a run's commit: every entry then
+//   cbf/<plan>/files/<path key>/@<run>       one version of one file
+// A version object holds the file's content in pieces, then, as its last
+// piece, its manifest entry (path, metadata as read, version), so that it
+// describes itself. Symlinks, folders and special files have no content:
+// they live in the manifests only.
+// Without encryption the path key is "p/" and the path's parts, escaped, so
+// that a listing shows the source tree's shape; with encryption it is "h/",
+// two hex digits and a keyed hash of the path, so that nothing of the names
+// or of the tree's shape leaves the machine. Paths too long for an object
+// name take the hashed form too (unkeyed when not encrypting).
+class CurrentLayout
+{
+public:
+    explicit CurrentLayout(const QString& prefix);
+
+    QString plan(const QString& plan) const { return m_root + plan + '/'; }
+    QString keys(const QString& plan) const { return this->plan(plan) + QStringLiteral("keys"); }
+    QString manifests(const QString& plan) const
+    {
+        return this->plan(plan) + QStringLiteral("manifests/");
+    }
+    QString manifest(const QString& plan, const QString& run) const
+    {
+        return manifests(plan) + run;
+    }
+    QString versions(const QString& plan, const QString& pathKey) const
+    {
+        return this->plan(plan) + QStringLiteral("files/") + pathKey + '/';
+    }
+    QString version(const QString& plan, const QString& pathKey, const QString& run) const
+    {
+        return versions(plan, pathKey) + '@' + run;
+    }
+
+    // The path key of an absolute path; idKey is the plan's id key (empty
+    // without encryption).
+    static QString pathKey(const QByteArray& path, const QByteArray& idKey);
+    // The time a run id (Layout::newId) was made at; invalid for other names.
+    static QDateTime runTime(const QString& run);
+
+private:
+    QString m_root;
+};
+
+// One entry of a manifest: the path, its metadata (the node's name is the
+// last part of the path), and for files the version that holds the content.
+// A file that shares its inode with an entry before it names that entry in
+// hardLinkTo and shares its version.
+struct ManifestEntry
+{
+    QByteArray path;
+    Node node;
+    QString version;
+    QByteArray hardLinkTo;
+
+    QByteArray encode() const;
+    static bool decode(const QByteArray& bytes, ManifestEntry* entry);
+};
+
+// The clear part of a manifest: what a listing shows without the password.
+struct ManifestHeader
+{
+    QString run;
+    QDateTime start;
+    QDateTime end;
+    PointStatus status = PointStatus::Success;
+    int warnings = 0;
+    int errors = 0;
+
+    QByteArray encode() const;
+    static bool decode(const QByteArray& bytes, ManifestHeader* header);
+};
+
+// The body of a stored object of the current format: a clear header, then
+// records in pieces, each compressed when worth it and sealed when
+// encrypting, bound to the object's name and its place in it, the last one
+// marked, so that a piece cannot be moved, dropped or cut off unseen. Without
+// encryption each piece carries a digest instead. Pieces are written and read
+// one at a time: memory does not grow with the object.
+class PieceWriter
+{
+public:
+    PieceWriter(QIODevice* sink, const KeySet& keys, bool compress, const QString& name,
+                const QByteArray& clear);
+    ~PieceWriter();
+
+    bool write(const char* data, std::size_t size, bool last);
+    bool write(const QByteArray& data, bool last)
+    {
+        return write(data.constData(), std::size_t(data.size()), last);
+    }
+
+private:
+    QIODevice* m_sink;
+    BlobCodec m_codec;
+    std::unique_ptr<Kel::Streams::Compressor> m_compressor;
+    QString m_name;
+    quint64 m_index = 0;
+    QByteArray m_buffer;
+    bool m_encrypted = false;
+};
+
+class PieceReader
+{
+public:
+    PieceReader(QIODevice* source, const KeySet& keys, const QString& name);
+    ~PieceReader();
+
+    // The clear header; false when the bytes are not an object of this kind.
+    bool start(QByteArray* clear);
+    // The next piece; false at a damaged piece or past the last one.
+    bool next(QByteArray* data);
+    bool atEnd() const { return m_last; }
+
+private:
+    QIODevice* m_source;
+    BlobCodec m_codec;
+    QString m_name;
+    quint64 m_index = 0;
+    bool m_last = false;
+    bool m_encrypted = false;
+};
+
+// Reads only the clear header of a manifest object.
+bool readManifestHeader(const QByteArray& bytes, ManifestHeader* header);
+
+} // namespace Kel::Archive

@@ -1,0 +1,223 @@
+#include "orvRepository/CurrentCache.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <sqlite3.h>
+
+namespace Orv::Repository {
+
+using Kel::Archive::ManifestEntry;
+
+namespace {
+
+const char* const kSchema = R"(
+PRAGMA journal_mode=WAL;
+PRAGMA synchronous=NORMAL;
+CREATE TABLE IF NOT EXISTS state(key TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS last(path BLOB PRIMARY KEY, entry BLOB NOT NULL) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS run(
+  path BLOB PRIMARY KEY, entry BLOB NOT NULL, dev INTEGER, ino INTEGER, link BLOB)
+  WITHOUT ROWID;
+CREATE INDEX IF NOT EXISTS run_inode ON run(dev, ino);
+)";
+
+struct Reset
+{
+    sqlite3_stmt* statement;
+    ~Reset()
+    {
+        sqlite3_reset(statement);
+        sqlite3_clear_bindings(statement);
+    }
+};
+
+void bindBytes(sqlite3_stmt* s, int index, const QByteArray& bytes)
+{
+    sqlite3_bind_blob(s, index, bytes.constData(), bytes.size(), SQLITE_TRANSIENT);
+}
+
+QByteArray columnBytes(sqlite3_stmt* s, int column)
+{
+    return QByteArray(static_cast<const char*>(sqlite3_column_blob(s, column)),
+                      sqlite3_column_bytes(s, column));
+}
+
+} // namespace
+
+std::unique_ptr<CurrentCache> CurrentCache::open(const QString& path, QString* error)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    std::unique_ptr<CurrentCache> cache(new CurrentCache);
+    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &cache->m_db,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
+                        nullptr) != SQLITE_OK) {
+        *error = QStringLiteral("Cannot open the version cache %1: %2")
+                     .arg(path, QString::fromUtf8(sqlite3_errmsg(cache->m_db)));
+        return nullptr;
+    }
+    sqlite3_busy_timeout(cache->m_db, 30000);
+    if (!cache->exec(kSchema)) {
+        *error = QStringLiteral("Cannot prepare the version cache %1: %2")
+                     .arg(path, QString::fromUtf8(sqlite3_errmsg(cache->m_db)));
+        return nullptr;
+    }
+    cache->m_previous = cache->prepare("SELECT entry FROM last WHERE path=?1");
+    cache->m_put = cache->prepare(
+        "INSERT OR REPLACE INTO run(path, entry, dev, ino, link) VALUES(?1, ?2, ?3, ?4, ?5)");
+    cache->m_putLast = cache->prepare("INSERT OR REPLACE INTO last(path, entry) VALUES(?1, ?2)");
+    cache->m_inode =
+        cache->prepare("SELECT entry FROM run WHERE dev=?1 AND ino=?2 AND link IS NULL LIMIT 1");
+    return cache;
+}
+
+CurrentCache::~CurrentCache()
+{
+    for (sqlite3_stmt* s : {m_previous, m_put, m_inode, m_putLast}) {
+        sqlite3_finalize(s);
+    }
+    sqlite3_close(m_db);
+}
+
+bool CurrentCache::exec(const char* sql)
+{
+    return sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+sqlite3_stmt* CurrentCache::prepare(const char* sql)
+{
+    sqlite3_stmt* s = nullptr;
+    sqlite3_prepare_v2(m_db, sql, -1, &s, nullptr);
+    return s;
+}
+
+QByteArray CurrentCache::value(const char* key)
+{
+    std::lock_guard lock(m_mutex);
+    sqlite3_stmt* s = prepare("SELECT value FROM state WHERE key=?1");
+    sqlite3_bind_text(s, 1, key, -1, SQLITE_STATIC);
+    QByteArray value;
+    if (sqlite3_step(s) == SQLITE_ROW) {
+        value = columnBytes(s, 0);
+    }
+    sqlite3_finalize(s);
+    return value;
+}
+
+void CurrentCache::setValue(const char* key, const QByteArray& value)
+{
+    sqlite3_stmt* s = prepare("INSERT OR REPLACE INTO state(key, value) VALUES(?1, ?2)");
+    sqlite3_bind_text(s, 1, key, -1, SQLITE_STATIC);
+    bindBytes(s, 2, value);
+    sqlite3_step(s);
+    sqlite3_finalize(s);
+}
+
+void CurrentCache::setSealedKeys(const QByteArray& sealed)
+{
+    std::lock_guard lock(m_mutex);
+    setValue("keys", sealed);
+}
+
+void CurrentCache::setManifest(const QString& run)
+{
+    setValue("manifest", run.toUtf8());
+}
+
+void CurrentCache::beginRebuild()
+{
+    std::lock_guard lock(m_mutex);
+    exec("BEGIN; DELETE FROM last;");
+}
+
+void CurrentCache::putLast(const ManifestEntry& entry)
+{
+    std::lock_guard lock(m_mutex);
+    Reset reset{m_putLast};
+    bindBytes(m_putLast, 1, entry.path);
+    bindBytes(m_putLast, 2, entry.encode());
+    sqlite3_step(m_putLast);
+}
+
+void CurrentCache::finishRebuild(const QString& run)
+{
+    std::lock_guard lock(m_mutex);
+    if (run.isEmpty()) {
+        exec("DELETE FROM last;");
+    }
+    setManifest(run);
+    exec("COMMIT");
+}
+
+bool CurrentCache::previous(const QByteArray& path, ManifestEntry* entry)
+{
+    std::lock_guard lock(m_mutex);
+    Reset reset{m_previous};
+    bindBytes(m_previous, 1, path);
+    return sqlite3_step(m_previous) == SQLITE_ROW &&
+           ManifestEntry::decode(columnBytes(m_previous, 0), entry);
+}
+
+void CurrentCache::startRun()
+{
+    std::lock_guard lock(m_mutex);
+    exec("DELETE FROM run; BEGIN;");
+}
+
+void CurrentCache::put(const ManifestEntry& entry)
+{
+    std::lock_guard lock(m_mutex);
+    Reset reset{m_put};
+    bindBytes(m_put, 1, entry.path);
+    bindBytes(m_put, 2, entry.encode());
+    if (entry.node.isFile()) {
+        sqlite3_bind_int64(m_put, 3, sqlite3_int64(entry.node.device));
+        sqlite3_bind_int64(m_put, 4, sqlite3_int64(entry.node.inode));
+    }
+    if (!entry.hardLinkTo.isEmpty()) {
+        bindBytes(m_put, 5, entry.hardLinkTo);
+    }
+    sqlite3_step(m_put);
+}
+
+void CurrentCache::drop(const QByteArray& path)
+{
+    std::lock_guard lock(m_mutex);
+    sqlite3_stmt* s = prepare("DELETE FROM run WHERE path=?1 OR link=?1");
+    bindBytes(s, 1, path);
+    sqlite3_step(s);
+    sqlite3_finalize(s);
+}
+
+bool CurrentCache::findInode(quint64 device, quint64 inode, ManifestEntry* entry)
+{
+    std::lock_guard lock(m_mutex);
+    Reset reset{m_inode};
+    sqlite3_bind_int64(m_inode, 1, sqlite3_int64(device));
+    sqlite3_bind_int64(m_inode, 2, sqlite3_int64(inode));
+    return sqlite3_step(m_inode) == SQLITE_ROW &&
+           ManifestEntry::decode(columnBytes(m_inode, 0), entry);
+}
+
+bool CurrentCache::forEach(const std::function<bool(const ManifestEntry&)>& callback)
+{
+    std::lock_guard lock(m_mutex);
+    sqlite3_stmt* s = prepare("SELECT entry FROM run ORDER BY path");
+    bool ok = true;
+    ManifestEntry entry;
+    while (ok && sqlite3_step(s) == SQLITE_ROW) {
+        ok = ManifestEntry::decode(columnBytes(s, 0), &entry) && callback(entry);
+    }
+    sqlite3_finalize(s);
+    return ok;
+}
+
+void CurrentCache::promote(const QString& run)
+{
+    std::lock_guard lock(m_mutex);
+    exec("DELETE FROM last; INSERT INTO last(path, entry) SELECT path, entry FROM run;"
+         "DELETE FROM run;");
+    setManifest(run);
+    exec("COMMIT");
+}
+
+} // namespace Orv::Repository

@@ -1,0 +1,559 @@
+#include "service/engine/CurrentArchiver.h"
+
+#include "kelBackupFormat/Bytes.h"
+#include "orvRepository/CurrentCache.h"
+#include "service/engine/CurrentStore.h"
+#include "service/engine/SourceWalker.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QTemporaryFile>
+#include <condition_variable>
+#include <deque>
+#include <fcntl.h>
+#include <mutex>
+#include <thread>
+#include <unistd.h>
+
+namespace Orv::Engine {
+
+using Kel::Archive::ManifestEntry;
+using Kel::Archive::Node;
+using Orv::Repository::CurrentCache;
+using Orv::Repository::failure;
+using Orv::Repository::Status;
+
+namespace {
+
+constexpr int kMaxProblems = 100;
+// Files waiting for an uploader: paths and metadata only, so cheap.
+constexpr std::size_t kQueuedFiles = 256;
+// Bytes of manifest entries per piece.
+constexpr int kManifestPiece = 1024 * 1024;
+
+QString pathText(const QByteArray& path)
+{
+    return QString::fromLocal8Bit(path);
+}
+
+qint64 nanoseconds(const struct timespec& t)
+{
+    return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+Node nodeOf(const WalkEntry& entry)
+{
+    const struct stat& st = entry.st;
+    Node n;
+    n.name = entry.name;
+    if (S_ISDIR(st.st_mode)) {
+        n.type = Node::Type::Directory;
+    } else if (S_ISLNK(st.st_mode)) {
+        n.type = Node::Type::Symlink;
+    } else if (S_ISFIFO(st.st_mode)) {
+        n.type = Node::Type::Fifo;
+    } else if (S_ISCHR(st.st_mode)) {
+        n.type = Node::Type::CharDevice;
+    } else if (S_ISBLK(st.st_mode)) {
+        n.type = Node::Type::BlockDevice;
+    }
+    n.mode = st.st_mode & 07777;
+    n.uid = st.st_uid;
+    n.gid = st.st_gid;
+    n.mtimeNs = nanoseconds(st.st_mtim);
+    n.ctimeNs = nanoseconds(st.st_ctim);
+    n.device = st.st_dev;
+    n.inode = st.st_ino;
+    n.links = quint32(st.st_nlink);
+    n.size = n.isFile() ? quint64(st.st_size) : 0;
+    n.rdev = st.st_rdev;
+    if (n.type == Node::Type::Symlink) {
+        n.linkTarget = entry.linkTarget;
+        n.size = quint64(entry.linkTarget.size());
+    }
+    return n;
+}
+
+// Whether a file is as the last manifest has it, so that its version is
+// taken over without reading it. A hard link's version lives under another
+// path: it is never taken over as the path's own.
+bool unchanged(const Node& now, const ManifestEntry& before)
+{
+    const Node& b = before.node;
+    return b.isFile() && before.hardLinkTo.isEmpty() && !before.version.isEmpty() &&
+           b.size == now.size && b.mtimeNs == now.mtimeNs && b.ctimeNs == now.ctimeNs &&
+           b.inode == now.inode && b.device == now.device;
+}
+
+Status retried(const RunDescription& d, const std::function<Status()>& call)
+{
+    Status status = call();
+    for (int attempt = 0; !status.ok() && attempt < d.retryAttempts; ++attempt) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(d.retryInterval));
+        status = call();
+    }
+    return status;
+}
+
+// Reads until the buffer is full or the file ends; -1 on an error.
+qint64 readPiece(int fd, QByteArray* buffer)
+{
+    qint64 filled = 0;
+    while (filled < buffer->size()) {
+        const ssize_t n = ::read(fd, buffer->data() + filled, std::size_t(buffer->size() - filled));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0) {
+            return -1;
+        }
+        if (n == 0) {
+            break;
+        }
+        filled += n;
+    }
+    return filled;
+}
+
+} // namespace
+
+// Threads that each take a changed file, read it, turn it into its version
+// object (in memory, or in a temporary file when large) and store it over
+// a connection of their own.
+class CurrentArchiver::Uploader
+{
+public:
+    Uploader(CurrentArchiver& archiver, CurrentCache& cache, const Kel::Archive::KeySet& keys,
+             const QString& run)
+        : m_archiver(archiver), m_cache(cache), m_keys(keys), m_run(run)
+    {
+        const RunDescription& d = archiver.m_description;
+        const int threads = std::max(1, std::max(d.threads, d.uploadThreads));
+        for (int i = 0; i < threads; ++i) {
+            m_threads.emplace_back([this] { work(); });
+        }
+    }
+
+    ~Uploader() { finish(); }
+
+    void add(const ManifestEntry& entry)
+    {
+        std::unique_lock lock(m_mutex);
+        m_room.wait(lock, [this] { return m_queue.size() < kQueuedFiles || !m_failure.ok(); });
+        m_queue.push_back(entry);
+        m_ready.notify_one();
+    }
+
+    // Waits for every file; the storage's failure, if any.
+    Status finish()
+    {
+        {
+            std::lock_guard lock(m_mutex);
+            m_done = true;
+            m_ready.notify_all();
+        }
+        for (auto& t : m_threads) {
+            t.join();
+        }
+        m_threads.clear();
+        return m_failure;
+    }
+
+    bool failed()
+    {
+        std::lock_guard lock(m_mutex);
+        return !m_failure.ok();
+    }
+
+    int warnings = 0;
+    QStringList problems;
+
+private:
+    void work()
+    {
+        Status status;
+        std::unique_ptr<Kel::Cloud::Backend> backend =
+            m_archiver.m_repository.location().backend(&status);
+        if (!backend) {
+            fail(status.ok() ? failure(QStringLiteral("The storage cannot be used.")) : status);
+            drainQueue();
+            return;
+        }
+        QByteArray buffer;
+        for (;;) {
+            ManifestEntry entry;
+            {
+                std::unique_lock lock(m_mutex);
+                m_ready.wait(lock, [this] { return !m_queue.empty() || m_done; });
+                if (m_queue.empty()) {
+                    return;
+                }
+                entry = std::move(m_queue.front());
+                m_queue.pop_front();
+                m_room.notify_one();
+                if (!m_failure.ok() || m_archiver.m_stop) {
+                    continue;
+                }
+            }
+            status = store(*backend, versionName(entry.path), &entry, &buffer);
+            if (!status.ok()) {
+                fail(status);
+            }
+        }
+    }
+
+    // Without a connection this thread only keeps the walk from waiting.
+    void drainQueue()
+    {
+        std::unique_lock lock(m_mutex);
+        m_queue.clear();
+        m_room.notify_all();
+    }
+
+    QString versionName(const QByteArray& path) const
+    {
+        const Kel::Archive::CurrentLayout layout(m_archiver.m_repository.location().prefix);
+        return layout.version(m_archiver.m_description.planId,
+                              Kel::Archive::CurrentLayout::pathKey(path, m_keys.idKey), m_run);
+    }
+
+    // Stores one file's version; a file that cannot be read is a warning and
+    // is left out of the run, a storage failure ends the run.
+    Status store(Kel::Cloud::Backend& backend, const QString& name, ManifestEntry* entry,
+                 QByteArray* buffer)
+    {
+        const RunDescription& d = m_archiver.m_description;
+        int fd = ::open(entry->path.constData(), O_RDONLY | O_CLOEXEC | O_NOATIME);
+        if (fd < 0 && errno == EPERM) {
+            fd = ::open(entry->path.constData(), O_RDONLY | O_CLOEXEC);
+        }
+        if (fd < 0) {
+            skip(entry->path, QString::fromLocal8Bit(strerror(errno)));
+            return Status::success();
+        }
+        posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+        const bool large = qint64(entry->node.size) > kCurrentInMemory;
+        QBuffer memory;
+        QTemporaryFile file(d.temporaryPath.isEmpty()
+                                ? QDir::tempPath() + QStringLiteral("/orv-cbf-XXXXXX")
+                                : d.temporaryPath + QStringLiteral("/orv-cbf-XXXXXX"));
+        QIODevice* sink = &memory;
+        if (large && file.open()) {
+            sink = &file;
+        } else {
+            memory.open(QIODevice::ReadWrite);
+        }
+        Kel::Archive::PieceWriter writer(sink, m_keys, d.compression, name, QByteArray());
+        buffer->resize(int(std::min<qint64>(kCurrentPiece, qint64(entry->node.size) + 1)));
+        quint64 size = 0;
+        bool written = true;
+        for (;;) {
+            const qint64 n = readPiece(fd, buffer);
+            if (n < 0) {
+                const QString reason = QString::fromLocal8Bit(strerror(errno));
+                ::close(fd);
+                skip(entry->path, reason);
+                return Status::success();
+            }
+            if (n > 0) {
+                written = written && writer.write(buffer->constData(), std::size_t(n), false);
+                size += quint64(n);
+                m_archiver.m_progress.bytesRead += quint64(n);
+            }
+            if (n < buffer->size()) {
+                break;
+            }
+            if (buffer->size() < kCurrentPiece) {
+                buffer->resize(int(kCurrentPiece));
+            }
+        }
+        ::close(fd);
+        // A file that grew or shrank while it was read is kept as read.
+        const bool resized = size != entry->node.size;
+        entry->node.size = size;
+        written = written && writer.write(entry->encode(), true);
+        if (!written) {
+            return failure(
+                QStringLiteral("Cannot write a temporary file: %1").arg(sink->errorString()));
+        }
+        const qint64 stored = sink->size();
+        const Status status = retried(d, [&] {
+            if (sink == &memory) {
+                return backend.write(name, memory.data());
+            }
+            file.seek(0);
+            return backend.write(name, &file, stored);
+        });
+        if (!status.ok()) {
+            return status;
+        }
+        m_archiver.m_progress.bytesUploaded += quint64(stored);
+        ++m_archiver.m_progress.filesRead;
+        if (resized) {
+            m_cache.put(*entry);
+        }
+        return Status::success();
+    }
+
+    void skip(const QByteArray& path, const QString& reason)
+    {
+        m_cache.drop(path);
+        ++m_archiver.m_progress.filesFailed;
+        std::lock_guard lock(m_mutex);
+        ++warnings;
+        if (problems.size() < kMaxProblems) {
+            problems.append(QStringLiteral("%1: %2").arg(pathText(path), reason));
+        }
+    }
+
+    void fail(const Status& status)
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_failure.ok()) {
+            m_failure = status;
+        }
+        m_room.notify_all();
+    }
+
+    CurrentArchiver& m_archiver;
+    CurrentCache& m_cache;
+    const Kel::Archive::KeySet m_keys;
+    const QString m_run;
+    std::vector<std::thread> m_threads;
+    std::mutex m_mutex;
+    std::condition_variable m_ready;
+    std::condition_variable m_room;
+    std::deque<ManifestEntry> m_queue;
+    bool m_done = false;
+    Status m_failure;
+};
+
+// Receives the walk: puts every entry into the run's table of the cache, and
+// hands the files that changed to the uploader.
+class CurrentArchiver::Visitor : public WalkVisitor
+{
+public:
+    Visitor(CurrentArchiver& archiver, CurrentCache& cache, Uploader& uploader, const QString& run)
+        : m_archiver(archiver), m_cache(cache), m_uploader(uploader), m_run(run)
+    {
+    }
+
+    int warnings = 0;
+    quint64 files = 0;
+    quint64 bytes = 0;
+    QStringList problems;
+
+    bool stopRequested() const override { return m_archiver.m_stop || m_uploader.failed(); }
+    void beginRoot(const WalkEntry&) override {}
+    void endRoot(const WalkEntry&) override {}
+    void leaveDirectory(const WalkEntry&) override {}
+
+    void enterDirectory(const WalkEntry& directory) override
+    {
+        ++m_archiver.m_progress.filesSeen;
+        if (directory.path == "/") {
+            return;
+        }
+        m_cache.put({directory.path, nodeOf(directory), QString(), QByteArray()});
+    }
+
+    void entry(const WalkEntry& walked) override
+    {
+        ManifestEntry entry{walked.path, nodeOf(walked), QString(), QByteArray()};
+        ++m_archiver.m_progress.filesSeen;
+        m_archiver.m_progress.bytesSeen += entry.node.size;
+        if (!entry.node.isFile()) {
+            m_cache.put(entry);
+            return;
+        }
+        ++files;
+        bytes += entry.node.size;
+        ManifestEntry other;
+        // A path walked again (a root that holds an earlier one) is no link
+        // of itself.
+        if (entry.node.links > 1 &&
+            m_cache.findInode(entry.node.device, entry.node.inode, &other) &&
+            other.path != entry.path) {
+            entry.hardLinkTo = other.path;
+            entry.version = other.version;
+            m_cache.put(entry);
+            return;
+        }
+        if (!m_archiver.m_description.forceFull && m_cache.previous(entry.path, &other) &&
+            unchanged(entry.node, other)) {
+            entry.version = other.version;
+            m_cache.put(entry);
+            return;
+        }
+        entry.version = m_run;
+        m_cache.put(entry);
+        m_uploader.add(entry);
+    }
+
+    void problem(const QByteArray& path, const QString& reason) override
+    {
+        ++warnings;
+        if (problems.size() < kMaxProblems) {
+            problems.append(QStringLiteral("%1: %2").arg(pathText(path), reason));
+        }
+    }
+
+private:
+    CurrentArchiver& m_archiver;
+    CurrentCache& m_cache;
+    Uploader& m_uploader;
+    QString m_run;
+};
+
+CurrentArchiver::CurrentArchiver(const Orv::Repository::Repository& repository,
+                                 const RunDescription& description)
+    : m_repository(repository), m_description(description)
+{
+}
+
+CurrentArchiver::~CurrentArchiver() = default;
+
+namespace {
+
+// Makes the cache's last entries those of the newest manifest when they are
+// not (another machine ran the plan, or the cache was lost).
+Status syncCache(CurrentStore& store, CurrentCache& cache, const QString& newest)
+{
+    if (cache.manifest() == newest) {
+        return Status::success();
+    }
+    cache.beginRebuild();
+    Status status = Status::success();
+    if (!newest.isEmpty()) {
+        Kel::Archive::ManifestHeader header;
+        status = store.readManifest(newest, &header, [&cache](const ManifestEntry& e) {
+            cache.putLast(e);
+            return true;
+        });
+    }
+    cache.finishRebuild(status.ok() ? newest : QString());
+    return status;
+}
+
+Status writeManifest(CurrentStore& store, CurrentCache& cache, const RunDescription& d,
+                     const Kel::Archive::ManifestHeader& header, quint64* uploaded)
+{
+    QTemporaryFile file(d.temporaryPath.isEmpty()
+                            ? QDir::tempPath() + QStringLiteral("/orv-cbf-XXXXXX")
+                            : d.temporaryPath + QStringLiteral("/orv-cbf-XXXXXX"));
+    if (!file.open()) {
+        return failure(QStringLiteral("Cannot make a temporary file: %1").arg(file.errorString()));
+    }
+    const QString name = store.layout().manifest(store.plan(), header.run);
+    Kel::Archive::PieceWriter writer(&file, store.keys(), d.compression, name, header.encode());
+    QByteArray piece;
+    bool written = true;
+    cache.forEach([&](const ManifestEntry& entry) {
+        Kel::Archive::ByteWriter(&piece).bytes(entry.encode());
+        if (piece.size() >= kManifestPiece) {
+            written = written && writer.write(piece, false);
+            piece.clear();
+        }
+        return written;
+    });
+    written = written && writer.write(piece, true) && file.flush();
+    if (!written) {
+        return failure(QStringLiteral("Cannot write a temporary file: %1").arg(file.errorString()));
+    }
+    const qint64 size = file.size();
+    const Status status = retried(d, [&] {
+        file.seek(0);
+        return store.backend().write(name, &file, size);
+    });
+    if (status.ok()) {
+        *uploaded += quint64(size);
+    }
+    return status;
+}
+
+} // namespace
+
+RunResult CurrentArchiver::run()
+{
+    RunResult result;
+    m_progress.step = int(RunStep::Preparing);
+    const QDateTime start = m_description.now();
+    CurrentStore store(m_repository, m_description.planId);
+    QString error;
+    const QString cachePath = m_repository.cachePath(QStringLiteral("cbf-") + m_description.planId);
+    std::unique_ptr<CurrentCache> cache = CurrentCache::open(cachePath, &error);
+    Status status = cache ? store.connect() : failure(error);
+    if (status.ok()) {
+        status = store.openKeys({true, m_description.algorithm, m_description.password,
+                                 m_description.hint, m_description.compression},
+                                cache.get());
+    }
+    QStringList runs;
+    if (status.ok()) {
+        status = store.runs(&runs);
+    }
+    if (status.ok()) {
+        status = syncCache(store, *cache, runs.isEmpty() ? QString() : runs.last());
+    }
+    if (!status.ok()) {
+        result.message = status.message;
+        return result;
+    }
+    const QString run = Kel::Archive::Layout::newId(start);
+    result.point = run;
+    result.full = runs.isEmpty() || m_description.forceFull;
+
+    m_progress.step = int(RunStep::Reading);
+    cache->startRun();
+    int warnings = 0;
+    quint64 files = 0;
+    quint64 bytes = 0;
+    {
+        Uploader uploader(*this, *cache, store.keys(), run);
+        Visitor visitor(*this, *cache, uploader, run);
+        SourceWalker(m_description.walk).walk(&visitor);
+        status = uploader.finish();
+        warnings = visitor.warnings + uploader.warnings;
+        files = visitor.files - quint64(uploader.warnings);
+        bytes = visitor.bytes;
+        result.problems = visitor.problems + uploader.problems;
+    }
+    if (status.ok() && m_stop) {
+        status = failure(QStringLiteral("The backup was stopped."));
+    }
+    result.warnings = warnings;
+    result.filesRead = m_progress.filesRead;
+    result.bytesUploaded = m_progress.bytesUploaded;
+    if (!status.ok()) {
+        result.message = status.message;
+        return result;
+    }
+
+    m_progress.step = int(RunStep::Committing);
+    Kel::Archive::ManifestHeader header;
+    header.run = run;
+    header.start = start;
+    header.end = m_description.now();
+    header.status =
+        warnings > 0 ? Kel::Archive::PointStatus::Warning : Kel::Archive::PointStatus::Success;
+    header.warnings = warnings;
+    quint64 uploaded = m_progress.bytesUploaded;
+    status = writeManifest(store, *cache, m_description, header, &uploaded);
+    result.bytesUploaded = uploaded;
+    if (!status.ok()) {
+        result.message = status.message;
+        return result;
+    }
+    cache->promote(run);
+    result.files = files;
+    result.bytes = bytes;
+    m_progress.step = int(RunStep::Done);
+    result.outcome = warnings > 0 ? RunResult::Outcome::Warning : RunResult::Outcome::Success;
+    result.message =
+        warnings == 0
+            ? QStringLiteral("Backup completed.")
+            : QStringLiteral("Backup completed with %1 warning(s) and 0 error(s).").arg(warnings);
+    return result;
+}
+
+} // namespace Orv::Engine

@@ -1,0 +1,468 @@
+// The current format end to end: every file version its own object, runs
+// committed by manifests, restores of any run, on a folder and on the real
+// storage peers.
+#include "kelCloud/Config.h"
+#include "kelStreams/Hash.h"
+#include "service/engine/CurrentArchiver.h"
+#include "service/engine/CurrentRestorer.h"
+#include "support/AzuritePeer.h"
+#include "support/S3Peer.h"
+#include "support/SftpPeer.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QMap>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace Orv::Engine;
+using Orv::Repository::Repository;
+
+namespace {
+
+// By the bytes of the name, so that names that are no UTF-8 stay so.
+void writeFile(const QByteArray& path, const QByteArray& data)
+{
+    const int fd = ::open(path.constData(), O_CREAT | O_TRUNC | O_WRONLY, 0644);
+    ASSERT_GE(fd, 0) << path.constData();
+    ASSERT_EQ(::write(fd, data.constData(), std::size_t(data.size())), data.size());
+    ::close(fd);
+}
+
+QByteArray readFile(const QByteArray& path)
+{
+    QByteArray data;
+    const int fd = ::open(path.constData(), O_RDONLY);
+    char buffer[65536];
+    for (ssize_t n; fd >= 0 && (n = ::read(fd, buffer, sizeof buffer)) > 0;) {
+        data.append(buffer, int(n));
+    }
+    ::close(fd);
+    return data;
+}
+
+QByteArray randomData(int size, unsigned seed)
+{
+    std::mt19937 gen(seed);
+    QByteArray data(size, Qt::Uninitialized);
+    for (int i = 0; i < size; ++i) {
+        data[i] = char(gen());
+    }
+    return data;
+}
+
+// Names and shapes that break backup programs, a file larger than one piece
+// and a hard link.
+void makeTree(const QByteArray& root)
+{
+    mkdir(root.constData(), 0755);
+    writeFile(root + "/empty", QByteArray());
+    writeFile(root + "/text with spaces.txt", QByteArray(20000, 'a') + "end");
+    writeFile(root + "/new\nline", "newline");
+    writeFile(root + "/bad\xff\xfe name@%", "not utf-8");
+    writeFile(root + "/large.bin", randomData(9 * 1024 * 1024 + 7, 1));
+    QByteArray deep = root + "/deep";
+    for (int i = 0; i < 30; ++i) {
+        deep += "/level" + QByteArray::number(i);
+    }
+    QDir().mkpath(QString::fromLocal8Bit(deep));
+    writeFile(deep + "/bottom", "bottom");
+    mkdir((root + "/empty folder").constData(), 0700);
+    ASSERT_EQ(symlink("large.bin", (root + "/link").constData()), 0);
+    ASSERT_EQ(link((root + "/new\nline").constData(), (root + "/hard").constData()), 0);
+    ASSERT_EQ(mkfifo((root + "/fifo").constData(), 0600), 0);
+    chmod((root + "/text with spaces.txt").constData(), 0604);
+    struct timespec times[2] = {{1000000, 5}, {1500000000, 123456789}};
+    utimensat(AT_FDCWD, (root + "/empty").constData(), times, 0);
+}
+
+// Every entry below root as one line: type, mode, owner, times, size, the
+// content's digest or the link's target, and which entries share an inode.
+QMap<QByteArray, QByteArray> describe(const QByteArray& root)
+{
+    QMap<QByteArray, QByteArray> out;
+    QMap<ino_t, QByteArray> inodes;
+    std::vector<QByteArray> pending{""};
+    while (!pending.empty()) {
+        const QByteArray rel = pending.back();
+        pending.pop_back();
+        DIR* dir = opendir((root + rel).constData());
+        while (dirent* e = dir ? readdir(dir) : nullptr) {
+            const QByteArray name(e->d_name);
+            if (name == "." || name == "..") {
+                continue;
+            }
+            const QByteArray path = rel + '/' + name;
+            struct stat st;
+            lstat((root + path).constData(), &st);
+            QByteArray line = QByteArray::number(st.st_mode, 8) + ' ' +
+                              QByteArray::number(st.st_uid) + ':' + QByteArray::number(st.st_gid);
+            if (!S_ISLNK(st.st_mode)) {
+                line += " t" + QByteArray::number(qint64(st.st_mtim.tv_sec)) + '.' +
+                        QByteArray::number(qint64(st.st_mtim.tv_nsec));
+            }
+            if (S_ISREG(st.st_mode)) {
+                line += ' ' + QByteArray::number(qint64(st.st_size)) + ' ' +
+                        Kel::Streams::sha256(readFile(root + path)).toHex().left(16);
+                if (st.st_nlink > 1) {
+                    line += " links:" + inodes.value(st.st_ino, path);
+                    inodes.insert(st.st_ino, inodes.value(st.st_ino, path));
+                }
+            } else if (S_ISLNK(st.st_mode)) {
+                char target[4096];
+                const ssize_t n = readlink((root + path).constData(), target, sizeof target);
+                line += " -> " + QByteArray(target, int(std::max<ssize_t>(n, 0)));
+            } else if (S_ISDIR(st.st_mode)) {
+                pending.push_back(path);
+            }
+            out.insert(path, line);
+        }
+        if (dir) {
+            closedir(dir);
+        }
+    }
+    return out;
+}
+
+enum class Storage
+{
+    Folder,
+    Sftp,
+    S3,
+    Azure,
+};
+
+class CurrentFormatTest : public ::testing::TestWithParam<Storage>
+{
+protected:
+    static void TearDownTestSuite()
+    {
+        s3.reset();
+        azure.reset();
+        sftp.reset();
+    }
+
+    // Qt cannot name files whose names are no UTF-8: they go by their bytes.
+    void TearDown() override { QProcess::execute("rm", {"-rf", dir.path()}); }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        source = QFile::encodeName(dir.filePath("source"));
+        makeTree(source);
+        location.prefix = QStringLiteral("host1");
+        location.cacheFolder = dir.filePath("cache");
+        QVariantMap config;
+        QString error;
+        switch (GetParam()) {
+        case Storage::Folder:
+            QDir().mkpath(dir.filePath("storage"));
+            config = {{Kel::Cloud::Config::Type, "FileSystem"},
+                      {Kel::Cloud::Config::Path, dir.filePath("storage")}};
+            break;
+        case Storage::Sftp:
+            if (!sftp) {
+                sftp = std::make_unique<OrvTest::SftpPeer>();
+                ASSERT_TRUE(sftp->start(&error)) << error.toStdString();
+            }
+            config = sftp->config(sftp->makeFolder(QStringLiteral("cbf%1").arg(++counter)));
+            break;
+        case Storage::S3:
+            if (!s3) {
+                s3 = std::make_unique<OrvTest::S3Peer>();
+                ASSERT_TRUE(s3->start(&error)) << error.toStdString();
+            }
+            config = s3->config();
+            location.prefix = QStringLiteral("cbfhost%1").arg(++counter);
+            break;
+        case Storage::Azure:
+            if (!azure) {
+                azure = std::make_unique<OrvTest::AzuritePeer>();
+                ASSERT_TRUE(azure->start(&error)) << error.toStdString();
+            }
+            config = azure->config();
+            location.prefix = QStringLiteral("cbfhost%1").arg(++counter);
+            break;
+        }
+        location.backend = [config](Kel::Cloud::Status* status) {
+            return Kel::Cloud::Backend::create(config, status);
+        };
+        repository = std::make_unique<Repository>(location);
+    }
+
+    RunDescription run(bool encrypted) const
+    {
+        RunDescription d;
+        d.planId = QStringLiteral("7a2b3c4d-0000-4000-8000-00000000000%1").arg(encrypted ? 1 : 2);
+        d.planName = QStringLiteral("Documents");
+        d.walk.sources = {source};
+        d.compression = encrypted;
+        if (encrypted) {
+            d.algorithm = QStringLiteral("aes-256");
+            d.password = "correct horse";
+            d.hint = "the horse";
+        }
+        return d;
+    }
+
+    RunResult backup(const RunDescription& d) const
+    {
+        return CurrentArchiver(*repository, d).run();
+    }
+
+    RestoreResult restore(const RunDescription& d, const QByteArray& to,
+                          const QDateTime& when = QDateTime(),
+                          const QList<QByteArray>& paths = {}) const
+    {
+        RestoreDescription r;
+        r.bunch = d.planId;
+        r.pointInTime = when;
+        r.paths = paths;
+        r.password = d.password;
+        r.target.destination = to;
+        return CurrentRestorer(*repository, r).run();
+    }
+
+    QByteArray out(const QString& name) const { return QFile::encodeName(dir.filePath(name)); }
+    QByteArray restored(const QByteArray& to) const { return to + source; }
+
+    QTemporaryDir dir;
+    QByteArray source;
+    Orv::Repository::Location location;
+    std::unique_ptr<Repository> repository;
+    static std::unique_ptr<OrvTest::SftpPeer> sftp;
+    static std::unique_ptr<OrvTest::S3Peer> s3;
+    static std::unique_ptr<OrvTest::AzuritePeer> azure;
+    static int counter;
+};
+
+std::unique_ptr<OrvTest::SftpPeer> CurrentFormatTest::sftp;
+std::unique_ptr<OrvTest::S3Peer> CurrentFormatTest::s3;
+std::unique_ptr<OrvTest::AzuritePeer> CurrentFormatTest::azure;
+int CurrentFormatTest::counter = 0;
+
+// Three runs an hour apart with changes between them, an unchanged run that
+// stores only its manifest, then the state at each point in time.
+TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
+{
+    for (const bool encrypted : {false, true}) {
+        SCOPED_TRACE(encrypted ? "compressed and encrypted" : "plain");
+        source = QFile::encodeName(dir.filePath(encrypted ? "source-e" : "source-p"));
+        makeTree(source);
+        RunDescription d = run(encrypted);
+        QDateTime clock = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
+        d.now = [&clock] { return clock; };
+        QList<QMap<QByteArray, QByteArray>> states;
+
+        const RunResult first = backup(d);
+        ASSERT_EQ(first.outcome, RunResult::Outcome::Success) << first.message.toStdString();
+        EXPECT_TRUE(first.full);
+        EXPECT_GT(first.bytesUploaded, encrypted ? 9000000u : 9400000u);
+        states.append(describe(source));
+        if (GetParam() == Storage::Folder && !encrypted) {
+            const QString files = dir.filePath("storage/host1/cbf/" + d.planId + "/files/p");
+            EXPECT_TRUE(
+                QDir(files + QString::fromLocal8Bit(source) + "/bad%ff%fe name%40%25").exists())
+                << "the source tree's shape, names escaped";
+        }
+
+        clock = clock.addSecs(1800);
+        const RunResult unchanged = backup(d);
+        ASSERT_EQ(unchanged.outcome, RunResult::Outcome::Success);
+        EXPECT_EQ(unchanged.filesRead, 0u);
+        EXPECT_LT(unchanged.bytesUploaded, 16u * 1024) << "the manifest alone";
+
+        clock = clock.addSecs(1800);
+        writeFile(source + "/new\nline", "changed through the hard link");
+        ASSERT_TRUE(QFile::remove(QString::fromLocal8Bit(source + "/text with spaces.txt")));
+        writeFile(source + "/deep/added", "added");
+        const RunResult second = backup(d);
+        ASSERT_EQ(second.outcome, RunResult::Outcome::Success) << second.message.toStdString();
+        EXPECT_EQ(second.filesRead, 2u);
+        EXPECT_LT(second.bytesUploaded, 64u * 1024);
+        states.append(describe(source));
+
+        clock = clock.addSecs(3600);
+        QFile large(QString::fromLocal8Bit(source + "/large.bin"));
+        ASSERT_TRUE(large.open(QIODevice::ReadWrite));
+        large.seek(5 * 1024 * 1024);
+        large.write("X");
+        large.close();
+        ASSERT_TRUE(QDir(QString::fromLocal8Bit(source + "/empty folder")).removeRecursively());
+        ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+        states.append(describe(source));
+
+        const QDateTime start = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
+        const QDateTime times[] = {start.addSecs(1799), start.addSecs(3600 + 1), QDateTime()};
+        for (int i = 0; i < 3; ++i) {
+            const QByteArray to = out(QStringLiteral("out-%1-%2").arg(encrypted).arg(i));
+            const RestoreResult r = restore(d, to, times[i]);
+            ASSERT_TRUE(r.ok) << i << r.message.toStdString() << r.failed.join('\n').toStdString();
+            EXPECT_EQ(describe(restored(to)), states.at(i)) << "point " << i;
+        }
+        const RestoreResult early = restore(d, out("early"), start.addSecs(-1));
+        EXPECT_FALSE(early.ok);
+        EXPECT_FALSE(QFileInfo::exists(dir.filePath("early")));
+
+        // One chosen folder of the first run, into a folder that has one of
+        // its files already: skipped, as asked.
+        const QByteArray to = out(QStringLiteral("chosen-%1").arg(encrypted));
+        const QByteArray bottom = "/deep/level0/level1";
+        QDir().mkpath(QString::fromLocal8Bit(restored(to) + bottom));
+        RestoreDescription r;
+        r.bunch = d.planId;
+        r.password = d.password;
+        r.pointInTime = times[0];
+        r.paths = {source + "/deep"};
+        r.target.destination = to;
+        r.target.existing = RestoreTarget::Existing::SkipExisting;
+        writeFile(restored(to) + "/deep/added", "kept");
+        const RestoreResult chosen = CurrentRestorer(*repository, r).run();
+        ASSERT_TRUE(chosen.ok) << chosen.failed.join('\n').toStdString();
+        const auto got = describe(restored(to));
+        EXPECT_FALSE(got.contains("/large.bin"));
+        EXPECT_EQ(got.value("/deep/level0/level1/level2"),
+                  states.at(0).value("/deep/level0/level1/level2"));
+    }
+}
+
+// Faults need only one storage: the folder, where the test reaches the
+// stored objects.
+using CurrentFaultTest = CurrentFormatTest;
+
+QString largestObject(const QString& folder)
+{
+    QString largest;
+    qint64 size = -1;
+    QDirIterator it(folder, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        if (it.fileInfo().size() > size) {
+            size = it.fileInfo().size();
+            largest = it.filePath();
+        }
+    }
+    return largest;
+}
+
+TEST_P(CurrentFaultTest, WrongPasswordChangesNothingAndBadVersionsAreNamed)
+{
+    const RunDescription d = run(true);
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    const QString storage = dir.filePath("storage/host1/cbf/" + d.planId);
+    EXPECT_FALSE(QDir(storage + "/files/p").exists()) << "names are hashed when encrypting";
+
+    RunDescription wrong = d;
+    wrong.password = "wrong horse";
+    const RestoreResult refused = restore(wrong, out("refused"));
+    EXPECT_TRUE(refused.message.startsWith("Wrong password")) << refused.message.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("refused")));
+    writeFile(source + "/empty", "now it has content");
+    const RunResult refusedRun = backup(wrong);
+    EXPECT_EQ(refusedRun.outcome, RunResult::Outcome::Failure);
+    EXPECT_TRUE(refusedRun.message.startsWith("Wrong password"));
+    EXPECT_EQ(QDir(storage + "/manifests").entryList(QDir::Files).size(), 1);
+
+    // One flipped byte in the large file's version, another version gone.
+    QFile version(largestObject(storage));
+    ASSERT_TRUE(version.open(QIODevice::ReadWrite));
+    version.seek(5000);
+    const char byte = version.read(1).at(0);
+    version.seek(5000);
+    version.write(QByteArray(1, char(byte ^ 0x20)));
+    version.close();
+    QDirIterator it(storage + "/files", QDir::Files, QDirIterator::Subdirectories);
+    QString smallest;
+    while (it.hasNext()) {
+        it.next();
+        if (smallest.isEmpty() || it.fileInfo().size() < QFileInfo(smallest).size()) {
+            smallest = it.filePath();
+        }
+    }
+    ASSERT_TRUE(QFile::remove(smallest)) << "the empty file's version";
+
+    const QByteArray to = out("out");
+    const RestoreResult damaged = restore(d, to);
+    EXPECT_FALSE(damaged.ok);
+    ASSERT_EQ(damaged.failed.size(), 2) << damaged.failed.join('\n').toStdString();
+    const QString failed = damaged.failed.join('\n');
+    EXPECT_TRUE(failed.contains("large.bin: its version") && failed.contains("is damaged"))
+        << failed.toStdString();
+    EXPECT_TRUE(failed.contains("empty: its version") && failed.contains("is missing"))
+        << failed.toStdString();
+    const auto want = describe(source);
+    const auto got = describe(restored(to));
+    EXPECT_EQ(got.value("/new\nline"), want.value("/new\nline"));
+    EXPECT_EQ(got.value("/deep"), want.value("/deep"));
+    EXPECT_FALSE(got.contains("/large.bin")) << "no half file under the real name";
+}
+
+// Backups killed at random moments: every run that committed restores whole,
+// and a run after the last kill completes.
+TEST_P(CurrentFaultTest, KilledRunsLeaveEveryEarlierRunRestorable)
+{
+    const RunDescription d = run(true);
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    std::mt19937 random(20261123);
+    const int rounds = qEnvironmentVariableIsSet("ORV_KILL_ROUNDS")
+                           ? qEnvironmentVariableIntValue("ORV_KILL_ROUNDS")
+                           : 20;
+    int killed = 0;
+    for (int round = 0; round < rounds; ++round) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            RunDescription mine = d;
+            for (int i = 0;; ++i) {
+                mine.forceFull = i % 2 == 0;
+                backup(mine);
+            }
+        }
+        usleep(useconds_t(std::uniform_int_distribution<int>(20, 400)(random) * 1000));
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        killed += WIFSIGNALED(status);
+
+        const QByteArray to = out(QStringLiteral("out%1").arg(round));
+        const RestoreResult r = restore(d, to);
+        ASSERT_TRUE(r.ok) << "round " << round << ": " << r.message.toStdString()
+                          << r.failed.join('\n').toStdString();
+        EXPECT_EQ(describe(restored(to)), describe(source));
+        QDir(QString::fromLocal8Bit(to)).removeRecursively();
+    }
+    EXPECT_EQ(killed, rounds);
+
+    writeFile(source + "/after", "after the kills");
+    const RunResult last = backup(d);
+    ASSERT_EQ(last.outcome, RunResult::Outcome::Success) << last.message.toStdString();
+    EXPECT_EQ(last.filesRead, 1u);
+    const QByteArray to = out("final");
+    ASSERT_TRUE(restore(d, to).ok);
+    EXPECT_EQ(describe(restored(to)), describe(source));
+}
+
+INSTANTIATE_TEST_SUITE_P(Folder, CurrentFaultTest, ::testing::Values(Storage::Folder),
+                         [](const auto&) { return std::string("Folder"); });
+
+std::string storageName(const ::testing::TestParamInfo<Storage>& info)
+{
+    const char* const names[] = {"Folder", "Sftp", "S3", "Azure"};
+    return names[int(info.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(Storages, CurrentFormatTest,
+                         ::testing::Values(Storage::Folder, Storage::Sftp, Storage::S3,
+                                           Storage::Azure),
+                         storageName);
+
+} // namespace
