@@ -3,6 +3,7 @@
 #include "kelBackupFormat/Bytes.h"
 #include "orvRepository/CurrentCache.h"
 #include "service/engine/CurrentStore.h"
+#include "service/engine/EntryNodes.h"
 #include "service/engine/SourceWalker.h"
 
 #include <QBuffer>
@@ -30,49 +31,6 @@ constexpr int kMaxProblems = 100;
 constexpr std::size_t kQueuedFiles = 256;
 // Bytes of manifest entries per piece.
 constexpr int kManifestPiece = 1024 * 1024;
-
-QString pathText(const QByteArray& path)
-{
-    return QString::fromLocal8Bit(path);
-}
-
-qint64 nanoseconds(const struct timespec& t)
-{
-    return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
-}
-
-Node nodeOf(const WalkEntry& entry)
-{
-    const struct stat& st = entry.st;
-    Node n;
-    n.name = entry.name;
-    if (S_ISDIR(st.st_mode)) {
-        n.type = Node::Type::Directory;
-    } else if (S_ISLNK(st.st_mode)) {
-        n.type = Node::Type::Symlink;
-    } else if (S_ISFIFO(st.st_mode)) {
-        n.type = Node::Type::Fifo;
-    } else if (S_ISCHR(st.st_mode)) {
-        n.type = Node::Type::CharDevice;
-    } else if (S_ISBLK(st.st_mode)) {
-        n.type = Node::Type::BlockDevice;
-    }
-    n.mode = st.st_mode & 07777;
-    n.uid = st.st_uid;
-    n.gid = st.st_gid;
-    n.mtimeNs = nanoseconds(st.st_mtim);
-    n.ctimeNs = nanoseconds(st.st_ctim);
-    n.device = st.st_dev;
-    n.inode = st.st_ino;
-    n.links = quint32(st.st_nlink);
-    n.size = n.isFile() ? quint64(st.st_size) : 0;
-    n.rdev = st.st_rdev;
-    if (n.type == Node::Type::Symlink) {
-        n.linkTarget = entry.linkTarget;
-        n.size = quint64(entry.linkTarget.size());
-    }
-    return n;
-}
 
 // Whether a file is as the last manifest has it, so that its version is
 // taken over without reading it. A hard link's version lives under another

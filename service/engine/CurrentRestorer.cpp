@@ -1,6 +1,7 @@
 #include "service/engine/CurrentRestorer.h"
 
 #include "service/engine/CurrentStore.h"
+#include "service/engine/EntryNodes.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -24,29 +25,6 @@ namespace {
 QString text(const QByteArray& path)
 {
     return QString::fromLocal8Bit(path);
-}
-
-bool selected(const QByteArray& path, const QList<QByteArray>& paths)
-{
-    if (paths.isEmpty()) {
-        return true;
-    }
-    for (const QByteArray& p : paths) {
-        if (path == p || path.startsWith(p.endsWith('/') ? p : p + '/') || p == "/") {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool onTheWay(const QByteArray& path, const QList<QByteArray>& paths)
-{
-    for (const QByteArray& p : paths) {
-        if (p.startsWith(path + '/')) {
-            return true;
-        }
-    }
-    return false;
 }
 
 // One file to fetch: its entry in the manifest, where it goes, and the path

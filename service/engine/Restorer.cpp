@@ -1,6 +1,7 @@
 #include "service/engine/Restorer.h"
 
 #include "orvRepository/Generation.h"
+#include "service/engine/EntryNodes.h"
 
 #include <QHash>
 #include <QMap>
@@ -30,30 +31,6 @@ constexpr std::size_t kBatchFiles = 4096;
 QString text(const QByteArray& path)
 {
     return QString::fromLocal8Bit(path);
-}
-
-bool selected(const QByteArray& path, const QList<QByteArray>& paths)
-{
-    if (paths.isEmpty()) {
-        return true;
-    }
-    for (const QByteArray& p : paths) {
-        if (path == p || path.startsWith(p.endsWith('/') ? p : p + '/') || p == "/") {
-            return true;
-        }
-    }
-    return false;
-}
-
-// Whether the folder lies on the way to a chosen path (so it is walked).
-bool onTheWay(const QByteArray& path, const QList<QByteArray>& paths)
-{
-    for (const QByteArray& p : paths) {
-        if (p.startsWith(path == "/" ? path : path + '/')) {
-            return true;
-        }
-    }
-    return false;
 }
 
 } // namespace
