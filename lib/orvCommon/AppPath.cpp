@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <mutex>
 
 namespace Orv::Defines {
 
@@ -11,6 +12,14 @@ AppPath*& current()
 {
     static AppPath* path = nullptr;
     return path;
+}
+
+// Threads may ask for the paths first at the same moment (the service's
+// workers, the settings store): one of them makes them.
+std::mutex& currentMutex()
+{
+    static std::mutex mutex;
+    return mutex;
 }
 
 } // namespace
@@ -35,6 +44,7 @@ AppPath::AppPath()
 
 const AppPath& AppPath::to()
 {
+    std::lock_guard lock(currentMutex());
     if (!current())
         current() = new AppPath();
     return *current();
@@ -47,6 +57,7 @@ const AppPath& AppPath::toV2()
 
 void AppPath::reload()
 {
+    std::lock_guard lock(currentMutex());
     delete current();
     current() = new AppPath();
 }
