@@ -1,10 +1,14 @@
 #include "orvRepository/Cache.h"
 
+#include "orvRepository/Sqlite.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <sqlite3.h>
 
 namespace Orv::Repository {
+
+using namespace Sqlite;
 
 namespace {
 
@@ -35,48 +39,13 @@ CREATE TABLE IF NOT EXISTS blobs(
   PRIMARY KEY(gen, id)) WITHOUT ROWID;
 )";
 
-// Resets a statement however the caller leaves it.
-struct Reset
-{
-    sqlite3_stmt* statement;
-    ~Reset()
-    {
-        sqlite3_reset(statement);
-        sqlite3_clear_bindings(statement);
-    }
-};
-
-void bindBytes(sqlite3_stmt* s, int index, const QByteArray& bytes)
-{
-    sqlite3_bind_blob(s, index, bytes.constData(), bytes.size(), SQLITE_TRANSIENT);
-}
-
-void bindText(sqlite3_stmt* s, int index, const QString& text)
-{
-    const QByteArray utf8 = text.toUtf8();
-    sqlite3_bind_text(s, index, utf8.constData(), utf8.size(), SQLITE_TRANSIENT);
-}
-
-QByteArray columnBytes(sqlite3_stmt* s, int column)
-{
-    return QByteArray(static_cast<const char*>(sqlite3_column_blob(s, column)),
-                      sqlite3_column_bytes(s, column));
-}
-
 } // namespace
 
 std::unique_ptr<Cache> Cache::open(const QString& path, QString* error)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
     std::unique_ptr<Cache> cache(new Cache);
-    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &cache->m_db,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-                        nullptr) != SQLITE_OK) {
-        *error = QStringLiteral("Cannot open the repository cache %1: %2")
-                     .arg(path, QString::fromUtf8(sqlite3_errmsg(cache->m_db)));
+    if (!Sqlite::open(path, "repository cache", &cache->m_db, error))
         return nullptr;
-    }
-    sqlite3_busy_timeout(cache->m_db, 30000);
     sqlite3_stmt* version = cache->prepare("PRAGMA user_version");
     const int found = sqlite3_step(version) == SQLITE_ROW ? sqlite3_column_int(version, 0) : 0;
     sqlite3_finalize(version);

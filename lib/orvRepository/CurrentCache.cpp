@@ -1,10 +1,14 @@
 #include "orvRepository/CurrentCache.h"
 
+#include "orvRepository/Sqlite.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <sqlite3.h>
 
 namespace Orv::Repository {
+
+using namespace Sqlite;
 
 using Kel::Archive::ManifestEntry;
 
@@ -21,41 +25,13 @@ CREATE TABLE IF NOT EXISTS run(
 CREATE INDEX IF NOT EXISTS run_inode ON run(dev, ino);
 )";
 
-struct Reset
-{
-    sqlite3_stmt* statement;
-    ~Reset()
-    {
-        sqlite3_reset(statement);
-        sqlite3_clear_bindings(statement);
-    }
-};
-
-void bindBytes(sqlite3_stmt* s, int index, const QByteArray& bytes)
-{
-    sqlite3_bind_blob(s, index, bytes.constData(), bytes.size(), SQLITE_TRANSIENT);
-}
-
-QByteArray columnBytes(sqlite3_stmt* s, int column)
-{
-    return QByteArray(static_cast<const char*>(sqlite3_column_blob(s, column)),
-                      sqlite3_column_bytes(s, column));
-}
-
 } // namespace
 
 std::unique_ptr<CurrentCache> CurrentCache::open(const QString& path, QString* error)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
     std::unique_ptr<CurrentCache> cache(new CurrentCache);
-    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &cache->m_db,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-                        nullptr) != SQLITE_OK) {
-        *error = QStringLiteral("Cannot open the version cache %1: %2")
-                     .arg(path, QString::fromUtf8(sqlite3_errmsg(cache->m_db)));
+    if (!Sqlite::open(path, "version cache", &cache->m_db, error))
         return nullptr;
-    }
-    sqlite3_busy_timeout(cache->m_db, 30000);
     if (!cache->exec(kSchema)) {
         *error = QStringLiteral("Cannot prepare the version cache %1: %2")
                      .arg(path, QString::fromUtf8(sqlite3_errmsg(cache->m_db)));

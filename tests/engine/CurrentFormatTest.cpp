@@ -1,13 +1,11 @@
 // The current format end to end: every file version its own object, runs
 // committed by manifests, restores of any run, on a folder and on the real
 // storage peers.
+#include "StoragePeers.h"
 #include "kelCloud/Config.h"
 #include "kelStreams/Hash.h"
 #include "service/engine/CurrentArchiver.h"
 #include "service/engine/CurrentRestorer.h"
-#include "support/AzuritePeer.h"
-#include "support/S3Peer.h"
-#include "support/SftpPeer.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -26,6 +24,8 @@
 
 using namespace Orv::Engine;
 using Orv::Repository::Repository;
+
+using OrvTest::Storage;
 
 namespace {
 
@@ -133,23 +133,10 @@ QMap<QByteArray, QByteArray> describe(const QByteArray& root)
     return out;
 }
 
-enum class Storage
-{
-    Folder,
-    Sftp,
-    S3,
-    Azure,
-};
-
 class CurrentFormatTest : public ::testing::TestWithParam<Storage>
 {
 protected:
-    static void TearDownTestSuite()
-    {
-        s3.reset();
-        azure.reset();
-        sftp.reset();
-    }
+    static void TearDownTestSuite() { OrvTest::StoragePeers::stop(); }
 
     // Qt cannot name files whose names are no UTF-8: they go by their bytes.
     void TearDown() override { QProcess::execute("rm", {"-rf", dir.path()}); }
@@ -159,40 +146,11 @@ protected:
         ASSERT_TRUE(dir.isValid());
         source = QFile::encodeName(dir.filePath("source"));
         makeTree(source);
-        location.prefix = QStringLiteral("host1");
         location.cacheFolder = dir.filePath("cache");
-        QVariantMap config;
         QString error;
-        switch (GetParam()) {
-        case Storage::Folder:
-            QDir().mkpath(dir.filePath("storage"));
-            config = {{Kel::Cloud::Config::Type, "FileSystem"},
-                      {Kel::Cloud::Config::Path, dir.filePath("storage")}};
-            break;
-        case Storage::Sftp:
-            if (!sftp) {
-                sftp = std::make_unique<OrvTest::SftpPeer>();
-                ASSERT_TRUE(sftp->start(&error)) << error.toStdString();
-            }
-            config = sftp->config(sftp->makeFolder(QStringLiteral("cbf%1").arg(++counter)));
-            break;
-        case Storage::S3:
-            if (!s3) {
-                s3 = std::make_unique<OrvTest::S3Peer>();
-                ASSERT_TRUE(s3->start(&error)) << error.toStdString();
-            }
-            config = s3->config();
-            location.prefix = QStringLiteral("cbfhost%1").arg(++counter);
-            break;
-        case Storage::Azure:
-            if (!azure) {
-                azure = std::make_unique<OrvTest::AzuritePeer>();
-                ASSERT_TRUE(azure->start(&error)) << error.toStdString();
-            }
-            config = azure->config();
-            location.prefix = QStringLiteral("cbfhost%1").arg(++counter);
-            break;
-        }
+        const QVariantMap config =
+            OrvTest::StoragePeers::place(GetParam(), dir, &location.prefix, &error);
+        ASSERT_FALSE(config.isEmpty()) << error.toStdString();
         location.backend = [config](Kel::Cloud::Status* status) {
             return Kel::Cloud::Backend::create(config, status);
         };
@@ -239,16 +197,7 @@ protected:
     QByteArray source;
     Orv::Repository::Location location;
     std::unique_ptr<Repository> repository;
-    static std::unique_ptr<OrvTest::SftpPeer> sftp;
-    static std::unique_ptr<OrvTest::S3Peer> s3;
-    static std::unique_ptr<OrvTest::AzuritePeer> azure;
-    static int counter;
 };
-
-std::unique_ptr<OrvTest::SftpPeer> CurrentFormatTest::sftp;
-std::unique_ptr<OrvTest::S3Peer> CurrentFormatTest::s3;
-std::unique_ptr<OrvTest::AzuritePeer> CurrentFormatTest::azure;
-int CurrentFormatTest::counter = 0;
 
 // Three runs an hour apart with changes between them, an unchanged run that
 // stores only its manifest, then the state at each point in time.
@@ -454,15 +403,9 @@ TEST_P(CurrentFaultTest, KilledRunsLeaveEveryEarlierRunRestorable)
 INSTANTIATE_TEST_SUITE_P(Folder, CurrentFaultTest, ::testing::Values(Storage::Folder),
                          [](const auto&) { return std::string("Folder"); });
 
-std::string storageName(const ::testing::TestParamInfo<Storage>& info)
-{
-    const char* const names[] = {"Folder", "Sftp", "S3", "Azure"};
-    return names[int(info.param)];
-}
-
 INSTANTIATE_TEST_SUITE_P(Storages, CurrentFormatTest,
                          ::testing::Values(Storage::Folder, Storage::Sftp, Storage::S3,
                                            Storage::Azure),
-                         storageName);
+                         OrvTest::StoragePeers::name);
 
 } // namespace

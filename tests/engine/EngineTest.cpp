@@ -1,5 +1,6 @@
 // The engine end to end: backups into a real storage, restores out of it,
 // compared byte for byte and field for field with the source.
+#include "StoragePeers.h"
 #include "kelCloud/Config.h"
 #include "kelStreams/Hash.h"
 #include "orvRepository/Generation.h"
@@ -7,9 +8,6 @@
 #include "service/engine/Archiver.h"
 #include "service/engine/RestoreTarget.h"
 #include "service/engine/Restorer.h"
-#include "support/AzuritePeer.h"
-#include "support/S3Peer.h"
-#include "support/SftpPeer.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -32,6 +30,8 @@
 using namespace Orv::Engine;
 using Orv::Repository::Repository;
 using Orv::Repository::Status;
+
+using OrvTest::Storage;
 
 namespace {
 
@@ -134,64 +134,21 @@ QMap<QByteArray, QByteArray> describe(const QByteArray& root)
     return out;
 }
 
-// The storages the engine runs on, each a real server on loopback.
-enum class Storage
-{
-    Folder,
-    Sftp,
-    S3,
-    Azure,
-};
-
 class EngineTest : public ::testing::TestWithParam<Storage>
 {
 protected:
-    static void TearDownTestSuite()
-    {
-        s3.reset();
-        azure.reset();
-        sftp.reset();
-    }
+    static void TearDownTestSuite() { OrvTest::StoragePeers::stop(); }
 
     void SetUp() override
     {
         ASSERT_TRUE(dir.isValid());
         source = QFile::encodeName(dir.filePath("source"));
         makeTree(source);
-        location.prefix = QStringLiteral("host1");
         location.cacheFolder = dir.filePath("cache");
-        QVariantMap config;
         QString error;
-        switch (GetParam()) {
-        case Storage::Folder:
-            QDir().mkpath(dir.filePath("storage"));
-            config = {{Kel::Cloud::Config::Type, "FileSystem"},
-                      {Kel::Cloud::Config::Path, dir.filePath("storage")}};
-            break;
-        case Storage::Sftp:
-            if (!sftp) {
-                sftp = std::make_unique<OrvTest::SftpPeer>();
-                ASSERT_TRUE(sftp->start(&error)) << error.toStdString();
-            }
-            config = sftp->config(sftp->makeFolder(QStringLiteral("store%1").arg(++counter)));
-            break;
-        case Storage::S3:
-            if (!s3) {
-                s3 = std::make_unique<OrvTest::S3Peer>();
-                ASSERT_TRUE(s3->start(&error)) << error.toStdString();
-            }
-            config = s3->config();
-            location.prefix = QStringLiteral("host%1").arg(++counter);
-            break;
-        case Storage::Azure:
-            if (!azure) {
-                azure = std::make_unique<OrvTest::AzuritePeer>();
-                ASSERT_TRUE(azure->start(&error)) << error.toStdString();
-            }
-            config = azure->config();
-            location.prefix = QStringLiteral("host%1").arg(++counter);
-            break;
-        }
+        const QVariantMap config =
+            OrvTest::StoragePeers::place(GetParam(), dir, &location.prefix, &error);
+        ASSERT_FALSE(config.isEmpty()) << error.toStdString();
         location.backend = [config](Kel::Cloud::Status* status) {
             return Kel::Cloud::Backend::create(config, status);
         };
@@ -237,16 +194,7 @@ protected:
     QByteArray source;
     Orv::Repository::Location location;
     std::unique_ptr<Repository> repository;
-    static std::unique_ptr<OrvTest::SftpPeer> sftp;
-    static std::unique_ptr<OrvTest::S3Peer> s3;
-    static std::unique_ptr<OrvTest::AzuritePeer> azure;
-    static int counter;
 };
-
-std::unique_ptr<OrvTest::SftpPeer> EngineTest::sftp;
-std::unique_ptr<OrvTest::S3Peer> EngineTest::s3;
-std::unique_ptr<OrvTest::AzuritePeer> EngineTest::azure;
-int EngineTest::counter = 0;
 
 TEST_P(EngineTest, AwkwardTreeComesBackAsItWasThroughIncrements)
 {
@@ -866,15 +814,9 @@ TEST_P(EngineFaultTest, WhatCannotBeTakenIsAWarningNamedInTheResult)
 INSTANTIATE_TEST_SUITE_P(Folder, EngineFaultTest, ::testing::Values(Storage::Folder),
                          [](const auto&) { return std::string("Folder"); });
 
-std::string storageName(const ::testing::TestParamInfo<Storage>& info)
-{
-    const char* const names[] = {"Folder", "Sftp", "S3", "Azure"};
-    return names[int(info.param)];
-}
-
 INSTANTIATE_TEST_SUITE_P(Storages, EngineTest,
                          ::testing::Values(Storage::Folder, Storage::Sftp, Storage::S3,
                                            Storage::Azure),
-                         storageName);
+                         OrvTest::StoragePeers::name);
 
 } // namespace
