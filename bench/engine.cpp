@@ -1,12 +1,14 @@
-// The engine's own figures for bench/engine.sh: one backup or one restore of
-// the new format on a folder account, compression and AES-256 on, the way a
-// plan run would do it. Prints the outcome; time and memory are measured
-// from outside.
+// The engine's own figures for bench/engine.sh: one backup or one restore on
+// a folder account, compression and AES-256 on, the way a plan run would do
+// it; the new format, or the current one with ORV_BENCH_FORMAT=cbf. Prints
+// the outcome; time and memory are measured from outside.
 //
 //   bench_engine backup SOURCE STORAGE CACHE
 //   bench_engine restore STORAGE CACHE TARGET
 #include "kelCloud/Config.h"
 #include "service/engine/Archiver.h"
+#include "service/engine/CurrentArchiver.h"
+#include "service/engine/CurrentRestorer.h"
 #include "service/engine/Restorer.h"
 
 #include <QCoreApplication>
@@ -14,6 +16,15 @@
 #include <cstdio>
 
 using namespace Orv::Engine;
+
+namespace {
+
+bool currentFormat()
+{
+    return qgetenv("ORV_BENCH_FORMAT") == "cbf";
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -58,7 +69,8 @@ int main(int argc, char** argv)
         if (qEnvironmentVariableIsSet("ORV_BENCH_PACK_MIB")) {
             d.packSize = qEnvironmentVariableIntValue("ORV_BENCH_PACK_MIB") * 1024 * 1024;
         }
-        const RunResult r = Archiver(repository, d).run();
+        const RunResult r =
+            currentFormat() ? CurrentArchiver(repository, d).run() : Archiver(repository, d).run();
         std::printf("%s files=%llu read=%llu uploaded=%llu\n", qPrintable(r.message),
                     static_cast<unsigned long long>(r.files),
                     static_cast<unsigned long long>(r.filesRead),
@@ -73,7 +85,8 @@ int main(int argc, char** argv)
     d.password = password;
     d.threads = threads;
     d.target.destination = QFile::encodeName(QString::fromLocal8Bit(argv[4]));
-    const RestoreResult r = Restorer(repository, d).run();
+    const RestoreResult r =
+        currentFormat() ? CurrentRestorer(repository, d).run() : Restorer(repository, d).run();
     std::printf("%s files=%llu bytes=%llu\n", qPrintable(r.message),
                 static_cast<unsigned long long>(r.files), static_cast<unsigned long long>(r.bytes));
     return r.ok ? 0 : 1;

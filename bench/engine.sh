@@ -2,8 +2,8 @@
 # The engine beside the tools administrators compare us with, in one
 # invocation on one data set: first backup, no-change backup and full restore
 # (wall seconds, peak RSS), then the stored sizes. Our figures come from
-# bench_engine (new format, folder account, zstd and AES-256 on) and
-# bench_engine_current (the current format, the same settings); the others
+# bench_engine (new format, folder account, zstd and AES-256 on; with
+# ORV_BENCH_FORMAT=cbf the current format, the same settings); the others
 # from ../shared/bench/peers.sh, run right after on the same data.
 #
 #   bench/engine.sh [WORKDIR]          WORKDIR defaults to /tmp/orv-bench
@@ -19,20 +19,22 @@ mkdir -p "$work"
 measure() { /usr/bin/time -f "$1: %e s wall, %M KB peak RSS" "${@:2}" 2>&1 >/dev/null | tail -n 1; }
 
 ours() {
-    local data=$1 label=$2 engine=${3:-bench_engine}
+    local data=$1 label=$2
+    export ORV_BENCH_FORMAT=${3:-nbf}
     rm -rf "$work/orv-storage" "$work/orv-cache" "$work/orv-out"
     mkdir -p "$work/orv-storage" "$work/orv-out"
     sync
-    measure "orv $label first backup" "$bin/$engine" backup "$data" "$work/orv-storage" "$work/orv-cache"
-    measure "orv $label no-change backup" "$bin/$engine" backup "$data" "$work/orv-storage" "$work/orv-cache"
-    measure "orv $label restore" "$bin/$engine" restore "$work/orv-storage" "$work/orv-cache" "$work/orv-out"
+    measure "orv $label first backup" "$bin/bench_engine" backup "$data" "$work/orv-storage" "$work/orv-cache"
+    measure "orv $label no-change backup" "$bin/bench_engine" backup "$data" "$work/orv-storage" "$work/orv-cache"
+    measure "orv $label restore" "$bin/bench_engine" restore "$work/orv-storage" "$work/orv-cache" "$work/orv-out"
     printf 'orv %s storage size: %s\n' "$label" "$(du -sh "$work/orv-storage" | cut -f1)"
     diff -r "$data" "$work/orv-out$data" >/dev/null && echo "orv $label restore: identical" ||
         echo "orv $label restore: DIFFERS"
 }
 
 ours "$work/data" "mixed"
-ours "$work/data" "mixed cbf" bench_engine_current
+ours "$work/data" "mixed cbf" cbf
+unset ORV_BENCH_FORMAT
 bash "$shared/peers.sh" "$work"
 
 if [[ ${SMALL:-0} == 1 ]]; then
@@ -50,7 +52,7 @@ for i in range(100000):
 PY
     fi
     ours "$small" "100k small"
-    ours "$small" "100k small cbf" bench_engine_current
+    ours "$small" "100k small cbf" cbf
     export RESTIC_PASSWORD=bench
     rm -rf "$work/restic-small"
     restic init -r "$work/restic-small" -q
