@@ -156,20 +156,28 @@ void fillSchedule(Schedule& s, int shift)
     s.setStopAfter(quint64(99) * 3600000 + 59 * 60000);
 }
 
-BackupFile fullBackup()
+// Every field common to both kinds, away from its default.
+void fillBase(Base& p, const QString& name, int scheduleShift, Notification::Type notification,
+              const QString& subject)
 {
-    BackupFile p;
-    p.setName(kOddName);
+    p.setName(name);
     p.setStorage(QUuid::createUuid());
     p.setAccountId(QUuid::createUuid());
     p.setIsArchive(true);
     p.setRunMissedPlan(true);
     p.setSyncBeforeRun(true);
     p.setUseConsistencyCheck(false);
-    fillSchedule(p.schedule(), 0);
-    p.notification().setType(Notification::Type::On);
-    p.notification().setSubject(QStringLiteral("%PLAN_NAME% on %COMPUTER_NAME%: %RESULT%"));
+    fillSchedule(p.schedule(), scheduleShift);
+    p.notification().setType(notification);
+    p.notification().setSubject(subject);
     p.notification().setGenerateDetailedReport(true);
+}
+
+BackupFile fullBackup()
+{
+    BackupFile p;
+    fillBase(p, kOddName, 0, Notification::Type::On,
+             QStringLiteral("%PLAN_NAME% on %COMPUTER_NAME%: %RESULT%"));
     p.setUseCompression(false);
     p.setUseDifferentialUpload(true);
     p.setSavePlanInCloud(false);
@@ -212,17 +220,8 @@ BackupFile fullBackup()
 RestoreFile fullRestore()
 {
     RestoreFile p;
-    p.setName(QStringLiteral("Restore once"));
-    p.setStorage(QUuid::createUuid());
-    p.setAccountId(QUuid::createUuid());
-    p.setIsArchive(true);
-    p.setRunMissedPlan(true);
-    p.setSyncBeforeRun(true);
-    p.setUseConsistencyCheck(false);
-    fillSchedule(p.schedule(), 2);
-    p.notification().setType(Notification::Type::Off);
-    p.notification().setSubject(QStringLiteral("restore"));
-    p.notification().setGenerateDetailedReport(true);
+    fillBase(p, QStringLiteral("Restore once"), 2, Notification::Type::Off,
+             QStringLiteral("restore"));
     p.setRestoreType(Restore::RestoreType::PointInTime);
     p.setPointInTime(QDateTime(QDate(1999, 12, 31), QTime(23, 59), Qt::UTC));
     p.setRestorePoint(QStringLiteral("2024-03-01T10:00:00Z"));
