@@ -160,6 +160,11 @@ QByteArray ManifestEntry::encode() const
     encodeNode(w, node);
     w.bytes(version.toLatin1());
     w.bytes(hardLinkTo);
+    // Written only when set, so that entries of full versions keep the
+    // shape they always had.
+    if (!base.isEmpty()) {
+        w.bytes(base.toLatin1());
+    }
     return out;
 }
 
@@ -170,6 +175,7 @@ bool ManifestEntry::decode(const QByteArray& bytes, ManifestEntry* entry)
     decodeNode(r, &entry->node);
     entry->version = QString::fromLatin1(r.bytes());
     entry->hardLinkTo = r.bytes();
+    entry->base = r.ok() && !r.atEnd() ? QString::fromLatin1(r.bytes()) : QString();
     entry->node.name = entry->path.mid(entry->path.lastIndexOf('/') + 1);
     return r.ok() && r.atEnd() && entry->path.startsWith('/');
 }

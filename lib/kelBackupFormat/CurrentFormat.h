@@ -70,13 +70,16 @@ private:
 // One entry of a manifest: the path, its metadata (the node's name is the
 // last part of the path), and for files the version that holds the content.
 // A file that shares its inode with an entry before it names that entry in
-// hardLinkTo and shares its version.
+// hardLinkTo and shares its version. A version stored as the blocks that
+// changed names in base the run of the full version it builds on: that
+// version must be kept as long as this one is.
 struct ManifestEntry
 {
     QByteArray path;
     Node node;
     QString version;
     QByteArray hardLinkTo;
+    QString base;
 
     QByteArray encode() const;
     static bool decode(const QByteArray& bytes, ManifestEntry* entry);

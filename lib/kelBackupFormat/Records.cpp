@@ -96,6 +96,15 @@ GenerationRecord GenerationRecord::create(const QString& id, const QString& bunc
                                           const QString& algorithm, const QByteArray& password,
                                           const QByteArray& hint, bool compression, KeySet* keys)
 {
+    GenerationRecord record = unsealed(id, bunchId, algorithm, hint, compression, keys);
+    record.seal(*keys, password);
+    return record;
+}
+
+GenerationRecord GenerationRecord::unsealed(const QString& id, const QString& bunchId,
+                                            const QString& algorithm, const QByteArray& hint,
+                                            bool compression, KeySet* keys)
+{
     GenerationRecord record;
     record.id = id;
     record.bunchId = bunchId;
@@ -108,11 +117,18 @@ GenerationRecord GenerationRecord::create(const QString& id, const QString& bunc
     record.algorithm = algorithm;
     record.hint = hint;
     record.salt = Kel::Streams::randomBytes(32);
-    const QByteArray wrapKey = Kel::Streams::deriveKey(password, record.salt, record.kdf, 32);
-    Kel::Streams::Cipher cipher(wrapKey);
-    const QByteArray plain = keys->encode();
-    cipher.seal(plain.constData(), std::size_t(plain.size()), &record.sealedKeys, id.toUtf8());
     return record;
+}
+
+void GenerationRecord::seal(const KeySet& keys, const QByteArray& password)
+{
+    if (!encrypted()) {
+        return;
+    }
+    const QByteArray wrapKey = Kel::Streams::deriveKey(password, salt, kdf, 32);
+    Kel::Streams::Cipher cipher(wrapKey);
+    const QByteArray plain = keys.encode();
+    cipher.seal(plain.constData(), std::size_t(plain.size()), &sealedKeys, id.toUtf8());
 }
 
 bool GenerationRecord::unlock(const QByteArray& password, KeySet* keys) const

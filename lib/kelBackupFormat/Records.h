@@ -61,6 +61,12 @@ struct GenerationRecord
     static GenerationRecord create(const QString& id, const QString& bunchId,
                                    const QString& algorithm, const QByteArray& password,
                                    const QByteArray& hint, bool compression, KeySet* keys);
+    // The same in two steps: the keys at once, then seal(), whose key
+    // derivation is slow on purpose and can run beside the first blobs.
+    static GenerationRecord unsealed(const QString& id, const QString& bunchId,
+                                     const QString& algorithm, const QByteArray& hint,
+                                     bool compression, KeySet* keys);
+    void seal(const KeySet& keys, const QByteArray& password);
     // The keys; false when the password is wrong or the record was changed.
     bool unlock(const QByteArray& password, KeySet* keys) const;
 

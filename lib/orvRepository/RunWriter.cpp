@@ -172,21 +172,48 @@ Status RunWriter::startGeneration(Kel::Cloud::Backend& backend)
     m_type = BackupType::Full;
     m_previous = nullptr;
     KeySet keys;
-    const GenerationRecord record = GenerationRecord::create(
-        Layout::newId(m_start), m_settings.bunch, m_settings.algorithm, m_settings.password,
-        m_settings.hint, m_settings.compression, &keys);
+    GenerationRecord record =
+        GenerationRecord::unsealed(Layout::newId(m_start), m_settings.bunch, m_settings.algorithm,
+                                   m_settings.hint, m_settings.compression, &keys);
     if (!m_settings.algorithm.isEmpty() && !record.encrypted()) {
         return failure(
             QStringLiteral("Unknown encryption algorithm \"%1\".").arg(m_settings.algorithm));
     }
-    const Status status = backend.write(
-        m_repository.layout().generationRecord(m_settings.bunch, record.id), record.encode());
-    if (!status.ok()) {
-        return status;
-    }
     m_generation.reset();
-    return Generation::adopt(m_repository, m_settings.bunch, record, keys, m_settings.password,
-                             &m_generation);
+    const Status status = Generation::adopt(m_repository, m_settings.bunch, record, keys,
+                                            m_settings.password, &m_generation);
+    if (!status.ok() || !record.encrypted()) {
+        return status.ok() ? backend.write(m_repository.layout().generationRecord(m_settings.bunch,
+                                                                                  record.id),
+                                           record.encode())
+                           : status;
+    }
+    // The keys are random and already known: the run goes on with them while
+    // the memory-hard derivation seals them for the record.
+    m_pendingRecord =
+        std::async(std::launch::async, [record, keys, password = m_settings.password]() mutable {
+            record.seal(keys, password);
+            return record.encode();
+        });
+    return Status::success();
+}
+
+Status RunWriter::writeGenerationRecord(Kel::Cloud::Backend& backend)
+{
+    std::lock_guard lock(m_recordMutex);
+    if (m_pendingRecord.valid()) {
+        m_unwrittenRecord = m_pendingRecord.get();
+    }
+    if (m_unwrittenRecord.isEmpty()) {
+        return Status::success();
+    }
+    const Status status =
+        backend.write(m_repository.layout().generationRecord(m_settings.bunch, m_generation->id()),
+                      m_unwrittenRecord);
+    if (status.ok()) {
+        m_unwrittenRecord.clear();
+    }
+    return status;
 }
 
 std::unique_ptr<RunWriter::Worker> RunWriter::worker()
@@ -348,13 +375,19 @@ void RunWriter::uploadLoop()
         }
         status = Status::success();
         const QString name = layout.pack(m_settings.bunch, m_generation->id(), pack.name);
-        for (int attempt = 0; go; ++attempt) {
-            if (pack.staged) {
-                status = backend->adopt(name, ::dup(pack.file->handle()));
-            } else {
-                pack.file->seek(0);
-                status = backend->write(name, pack.file.get(), pack.size);
+        const auto send = [&]() {
+            const Status record = writeGenerationRecord(*backend);
+            if (!record.ok()) {
+                return record;
             }
+            if (pack.staged) {
+                return backend->adopt(name, ::dup(pack.file->handle()));
+            }
+            pack.file->seek(0);
+            return backend->write(name, pack.file.get(), pack.size);
+        };
+        for (int attempt = 0; go; ++attempt) {
+            status = send();
             // A connection that broke is made again and the pack sent again,
             // as often as the connection setting allows; other errors (a
             // refusal, a full store) would only repeat.
@@ -431,6 +464,11 @@ Status RunWriter::commit(const QByteArray& root, const Totals& totals, PointReco
     }
     std::unique_ptr<Kel::Cloud::Backend> backend = m_repository.location().backend(&status);
     if (!backend) {
+        abort();
+        return status;
+    }
+    status = writeGenerationRecord(*backend);
+    if (!status.ok()) {
         abort();
         return status;
     }

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <future>
 #include <thread>
 
 namespace Orv::Repository {
@@ -105,6 +106,9 @@ private:
     RunWriter(const Repository& repository, const RunSettings& settings);
     Status prepare();
     Status startGeneration(Kel::Cloud::Backend& backend);
+    // Writes the record of a generation this run started, once, before its
+    // first pack: a generation's objects never appear without their record.
+    Status writeGenerationRecord(Kel::Cloud::Backend& backend);
     bool claim(const QByteArray& id);
     void release(const QByteArray& id);
     // error: where the pack's writes leave their errno.
@@ -124,6 +128,11 @@ private:
     QDateTime m_start;
     QString m_runId;
     bool m_inTransaction = false;
+
+    // A new generation's record while its keys are still being sealed.
+    std::mutex m_recordMutex;
+    std::future<QByteArray> m_pendingRecord;
+    QByteArray m_unwrittenRecord;
 
     std::mutex m_claimMutex;
     QSet<QByteArray> m_pending;

@@ -312,12 +312,12 @@ public:
         if (directory.path == "/") {
             return;
         }
-        m_cache.put({directory.path, nodeOf(directory), QString(), QByteArray()});
+        m_cache.put({directory.path, nodeOf(directory), QString(), QByteArray(), QString()});
     }
 
     void entry(const WalkEntry& walked) override
     {
-        ManifestEntry entry{walked.path, nodeOf(walked), QString(), QByteArray()};
+        ManifestEntry entry{walked.path, nodeOf(walked), QString(), QByteArray(), QString()};
         ++m_archiver.m_progress.filesSeen;
         m_archiver.m_progress.bytesSeen += entry.node.size;
         if (!entry.node.isFile()) {
