@@ -7,6 +7,7 @@
 # from ../shared/bench/peers.sh, run right after on the same data.
 #
 #   bench/engine.sh [WORKDIR]          WORKDIR defaults to /tmp/orv-bench
+#   ROUNDS=5 bench/engine.sh           rounds over every tool (default 3); medians
 #   SMALL=1 bench/engine.sh [WORKDIR]  also the 100,000 small files set
 set -euo pipefail
 repo="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -27,15 +28,25 @@ ours() {
     measure "orv $label first backup" "$bin/bench_engine" backup "$data" "$work/orv-storage" "$work/orv-cache"
     measure "orv $label no-change backup" "$bin/bench_engine" backup "$data" "$work/orv-storage" "$work/orv-cache"
     measure "orv $label restore" "$bin/bench_engine" restore "$work/orv-storage" "$work/orv-cache" "$work/orv-out"
-    printf 'orv %s storage size: %s\n' "$label" "$(du -sh "$work/orv-storage" | cut -f1)"
+    printf 'orv %s storage size: %sM\n' "$label" "$(du -sm "$work/orv-storage" | cut -f1)"
     diff -r "$data" "$work/orv-out$data" >/dev/null && echo "orv $label restore: identical" ||
         echo "orv $label restore: DIFFERS"
 }
 
-ours "$work/data" "mixed"
-ours "$work/data" "mixed cbf" cbf
-unset ORV_BENCH_FORMAT
-bash "$shared/peers.sh" "$work"
+# Rounds visit every tool in turn, so that a change in the machine's state
+# during the invocation falls on all of them alike; the summary takes medians.
+log="$work/engine-bench.log"
+: >"$log"
+for round in $(seq "${ROUNDS:-3}"); do
+    echo "== round $round"
+    {
+        ours "$work/data" "mixed"
+        ours "$work/data" "mixed cbf" cbf
+        unset ORV_BENCH_FORMAT
+        bash "$shared/peers.sh" "$work"
+    } | tee -a "$log"
+done
+python3 "$repo/bench/engine_summary.py" "$log"
 
 if [[ ${SMALL:-0} == 1 ]]; then
     small="$work/small100k"
