@@ -4,6 +4,7 @@
 #include "kelCloud/AzureXml.h"
 #include "kelCloud/Config.h"
 #include "kelCloud/ConfigReader.h"
+#include "kelCloud/Listing.h"
 #include "kelCloud/ObjectName.h"
 #include "kelCloud/UploadSource.h"
 #include "kelNetwork/Endpoint.h"
@@ -160,8 +161,7 @@ Status AzureBlobBackend::check()
 Status AzureBlobBackend::listPages(AzureBlobClient::Request request, bool blobs,
                                    QList<ObjectInfo>* entries)
 {
-    QString marker;
-    for (;;) {
+    return followPages([&](const QString& marker, QString* next) {
         if (!marker.isEmpty())
             request.query.insert(QStringLiteral("marker"), marker);
         AzureBlobClient::Response response;
@@ -176,11 +176,9 @@ Status AzureBlobBackend::listPages(AzureBlobClient::Request request, bool blobs,
                                    QStringLiteral("the listing from %1 cannot be read")
                                        .arg(QString::fromUtf8(m_client.url(request))));
         entries->append(page.entries);
-        // A marker that does not move would repeat its page forever.
-        if (page.nextMarker.isEmpty() || page.nextMarker == marker)
-            return Status::success();
-        marker = page.nextMarker;
-    }
+        *next = page.nextMarker;
+        return Status::success();
+    });
 }
 
 Status AzureBlobBackend::listContainers(QList<ObjectInfo>* containers)
@@ -208,9 +206,7 @@ Status AzureBlobBackend::list(const QString& prefix, QList<ObjectInfo>* objects)
         request.query.insert(QStringLiteral("prefix"), prefix);
     QList<ObjectInfo> all;
     status = listPages(request, true, &all);
-    for (const ObjectInfo& object : qAsConst(all))
-        if (ObjectName::isListed(object.name.section(QLatin1Char('/'), -1)))
-            objects->append(object);
+    appendListed(all, objects);
     return status;
 }
 

@@ -2,6 +2,7 @@
 
 #include "kelCloud/Config.h"
 #include "kelCloud/ConfigReader.h"
+#include "kelCloud/Listing.h"
 #include "kelCloud/ObjectName.h"
 #include "kelCloud/UploadSource.h"
 #include "kelNetwork/Endpoint.h"
@@ -147,34 +148,30 @@ Status B2Backend::list(const QString& prefix, QList<ObjectInfo>* objects)
         status = resolveBucket();
     if (!status.ok())
         return status;
-    QString start;
-    for (;;) {
+    return followPages([&](const QString& start, QString* next) {
         QJsonObject request{{QStringLiteral("bucketId"), m_bucketId},
                             {QStringLiteral("prefix"), prefix},
                             {QStringLiteral("maxFileCount"), m_pageSize}};
         if (!start.isEmpty())
             request.insert(QStringLiteral("startFileName"), start);
         QJsonObject answer;
-        status = m_client.call("b2_list_file_names", request, &answer);
-        if (!status.ok())
-            return status;
+        const Status called = m_client.call("b2_list_file_names", request, &answer);
+        if (!called.ok())
+            return called;
+        QList<ObjectInfo> uploaded;
         for (const QJsonValue& value : answer.value(QStringLiteral("files")).toArray()) {
             const QJsonObject file = value.toObject();
-            const QString name = file.value(QStringLiteral("fileName")).toString();
-            // Unfinished large files and hidden names are not objects.
-            if (file.value(QStringLiteral("action")).toString() != QLatin1String("upload") ||
-                !ObjectName::isListed(name.section(QLatin1Char('/'), -1)))
+            // Unfinished large files are not objects.
+            if (file.value(QStringLiteral("action")).toString() != QLatin1String("upload"))
                 continue;
-            objects->append({name,
+            uploaded.append({file.value(QStringLiteral("fileName")).toString(),
                              file.value(QStringLiteral("contentLength")).toVariant().toLongLong(),
                              fromMilliseconds(file.value(QStringLiteral("uploadTimestamp")))});
         }
-        const QString next = answer.value(QStringLiteral("nextFileName")).toString();
-        // A start that does not move would repeat its page forever.
-        if (next.isEmpty() || next == start)
-            return Status::success();
-        start = next;
-    }
+        appendListed(uploaded, objects);
+        *next = answer.value(QStringLiteral("nextFileName")).toString();
+        return Status::success();
+    });
 }
 
 Status B2Backend::stat(const QString& name, ObjectInfo* info)

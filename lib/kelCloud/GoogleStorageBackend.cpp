@@ -2,6 +2,7 @@
 
 #include "kelCloud/Config.h"
 #include "kelCloud/ConfigReader.h"
+#include "kelCloud/Listing.h"
 #include "kelCloud/ObjectName.h"
 #include "kelCloud/S3Uri.h"
 #include "kelCloud/S3Xml.h"
@@ -196,8 +197,7 @@ Status GoogleStorageBackend::check()
 Status GoogleStorageBackend::listPages(GoogleStorageClient::Request request,
                                        QList<ObjectInfo>* entries)
 {
-    QString pageToken;
-    for (;;) {
+    return followPages([&](const QString& pageToken, QString* next) {
         if (!pageToken.isEmpty())
             request.query.insert(QStringLiteral("pageToken"), pageToken);
         GoogleStorageClient::Response response;
@@ -217,12 +217,9 @@ Status GoogleStorageBackend::listPages(GoogleStorageClient::Request request,
                                                       : QStringLiteral("timeCreated")));
             entries->append(entry);
         }
-        const QString next = page.value(QStringLiteral("nextPageToken")).toString();
-        // A token that does not move would repeat its page forever.
-        if (next.isEmpty() || next == pageToken)
-            return Status::success();
-        pageToken = next;
-    }
+        *next = page.value(QStringLiteral("nextPageToken")).toString();
+        return Status::success();
+    });
 }
 
 Status GoogleStorageBackend::listContainers(QList<ObjectInfo>* containers)
@@ -254,9 +251,7 @@ Status GoogleStorageBackend::list(const QString& prefix, QList<ObjectInfo>* obje
         request.query.insert(QStringLiteral("prefix"), prefix);
     QList<ObjectInfo> all;
     status = listPages(request, &all);
-    for (const ObjectInfo& object : qAsConst(all))
-        if (ObjectName::isListed(object.name.section(QLatin1Char('/'), -1)))
-            objects->append(object);
+    appendListed(all, objects);
     return status;
 }
 

@@ -2,6 +2,7 @@
 
 #include "kelCloud/Config.h"
 #include "kelCloud/ConfigReader.h"
+#include "kelCloud/Listing.h"
 #include "kelCloud/ObjectName.h"
 #include "kelCloud/S3Provider.h"
 #include "kelCloud/S3Xml.h"
@@ -194,8 +195,7 @@ Status S3Backend::list(const QString& prefix, QList<ObjectInfo>* objects)
         status = needBucket();
     if (!status.ok())
         return status;
-    QString marker;
-    for (;;) {
+    return followPages([&](const QString& marker, QString* next) {
         S3Client::Request request;
         request.query = {{QStringLiteral("max-keys"), QString::number(m_pageSize)}};
         if (!prefix.isEmpty())
@@ -203,22 +203,19 @@ Status S3Backend::list(const QString& prefix, QList<ObjectInfo>* objects)
         if (!marker.isEmpty())
             request.query.insert(QStringLiteral("marker"), marker);
         S3Client::Response response;
-        status = m_client.send(request, &response);
-        if (!status.ok())
-            return status;
+        const Status sent = m_client.send(request, &response);
+        if (!sent.ok())
+            return sent;
         S3Xml::ObjectPage page;
         if (!S3Xml::parseObjects(response.body, &page))
             return Status::failure(Operation::Error::Unknown,
                                    QStringLiteral("the object list of %1 cannot be read")
                                        .arg(m_client.settings().bucket));
-        for (const ObjectInfo& object : qAsConst(page.objects))
-            if (ObjectName::isListed(object.name.section(QLatin1Char('/'), -1)))
-                objects->append(object);
-        // A truncated page without a way on would repeat itself forever.
-        if (!page.truncated || page.nextMarker.isEmpty() || page.nextMarker == marker)
-            return Status::success();
-        marker = page.nextMarker;
-    }
+        appendListed(page.objects, objects);
+        if (page.truncated)
+            *next = page.nextMarker;
+        return Status::success();
+    });
 }
 
 Status S3Backend::stat(const QString& name, ObjectInfo* info)
