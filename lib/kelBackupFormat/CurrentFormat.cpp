@@ -34,6 +34,46 @@ QString hashedKey(const QByteArray& path, const QByteArray& idKey)
     return QStringLiteral("h/") + QString::fromLatin1(hex.left(2)) + '/' + QString::fromLatin1(hex);
 }
 
+// 128 bits of a digest in lowercase base32: shorter than hex, and safe on
+// stores that do not tell upper from lower case.
+QString base32(const QByteArray& digest)
+{
+    static const char kAlphabet[] = "abcdefghijklmnopqrstuvwxyz234567";
+    QString out;
+    quint32 buffer = 0;
+    int bits = 0;
+    for (int i = 0; i < 16; ++i) {
+        buffer = (buffer << 8) | quint8(digest.at(i));
+        bits += 8;
+        while (bits >= 5) {
+            bits -= 5;
+            out += QLatin1Char(kAlphabet[(buffer >> bits) & 31]);
+        }
+    }
+    return out + QLatin1Char(kAlphabet[(buffer << (5 - bits)) & 31]);
+}
+
+// Each part of the path becomes a keyed digest of the path up to it: the
+// tree keeps its shape, while equal names in different folders look
+// different and nothing of a name can be read or guessed without the key.
+QString sealedTreeKey(const QByteArray& path, const QByteArray& idKey)
+{
+    Kel::Streams::IdHasher hasher(idKey);
+    QString key = QStringLiteral("e");
+    QByteArray upTo;
+    for (const QByteArray& part : path.split('/')) {
+        if (part.isEmpty()) {
+            continue;
+        }
+        upTo += '/' + part;
+        key += '/' + base32(hasher.id(upTo));
+        if (key.size() > kMaxReadableKey) {
+            return hashedKey(path, idKey);
+        }
+    }
+    return key;
+}
+
 QByteArray pieceContext(const QString& name, quint64 index, quint8 flags, quint64 rawLength)
 {
     QByteArray context = name.toUtf8();
@@ -124,7 +164,7 @@ CurrentLayout::CurrentLayout(const QString& prefix)
 QString CurrentLayout::pathKey(const QByteArray& path, const QByteArray& idKey)
 {
     if (!idKey.isEmpty()) {
-        return hashedKey(path, idKey);
+        return sealedTreeKey(path, idKey);
     }
     // Each part escaped on its own, so that "/" stays the separator; "@"
     // starts version names and is always escaped in parts.

@@ -28,11 +28,12 @@ namespace Kel::Archive {
 // piece, its manifest entry (path, metadata as read, version), so that it
 // describes itself. Symlinks, folders and special files have no content:
 // they live in the manifests only.
-// Without encryption the path key is "p/" and the path's parts, escaped, so
-// that a listing shows the source tree's shape; with encryption it is "h/",
-// two hex digits and a keyed hash of the path, so that nothing of the names
-// or of the tree's shape leaves the machine. Paths too long for an object
-// name take the hashed form too (unkeyed when not encrypting).
+// Without encryption the path key is "p/" and the path's parts, escaped;
+// with encryption it is "e/" and, for each part, a keyed digest of the path
+// up to that part: either way a listing of the storage shows the source
+// tree's shape, and with encryption no name. Paths too long for an object
+// name take a flat form, "h/", two hex digits and a digest of the whole path
+// (keyed when encrypting).
 class CurrentLayout
 {
 public:

@@ -308,7 +308,19 @@ TEST_P(CurrentFaultTest, WrongPasswordChangesNothingAndBadVersionsAreNamed)
     const RunDescription d = run(true);
     ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
     const QString storage = dir.filePath("storage/host1/cbf/" + d.planId);
-    EXPECT_FALSE(QDir(storage + "/files/p").exists()) << "names are hashed when encrypting";
+    // Sealed names keep the tree's shape: large.bin's versions sit as many
+    // folders deep as its path has parts, and no name shows.
+    QStringList stored;
+    for (QDirIterator it(storage + "/files", QDir::AllEntries | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+         it.hasNext();) {
+        stored << it.next().mid(storage.size() + 7);
+    }
+    const int parts = QString::fromLocal8Bit(source + "/large.bin").count('/');
+    EXPECT_TRUE(std::any_of(stored.begin(), stored.end(), [parts](const QString& name) {
+        return name.startsWith("e/") && name.count('/') == parts + 1 && name.contains('@');
+    })) << stored.join('\n').toStdString();
+    EXPECT_FALSE(stored.join('\n').contains("large")) << "names are sealed when encrypting";
 
     RunDescription wrong = d;
     wrong.password = "wrong horse";
