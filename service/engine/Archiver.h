@@ -22,9 +22,6 @@ public:
     const RunProgress& progress() const { return m_progress; }
 
 private:
-    class Pipeline;
-    class TreeBuilder;
-
     const Orv::Repository::Repository& m_repository;
     RunDescription m_description;
     RunProgress m_progress;
