@@ -58,6 +58,15 @@ public:
     virtual int stagingFile() { return -1; }
     virtual Status adopt(const QString& name, int descriptor);
 
+    // Many small objects are cheaper to make durable together. While writes
+    // are deferred, write() and adopt() still put each object in place whole
+    // and atomically, but may leave it unflushed; flush() makes every object
+    // written so far durable, and must succeed before anything that names
+    // them (a commit record) is written. Stores whose writes are durable when
+    // they return ignore both.
+    virtual void setFlushDeferred(bool) {}
+    virtual Status flush() { return Status::success(); }
+
     // Values the backend came by that the account's configuration must keep
     // from now on (a refresh token obtained with a one-time authorisation
     // code), by configuration key; empty for most.

@@ -247,13 +247,43 @@ Status FileSystemBackend::write(const QString& name, QIODevice* source, qint64 s
     status = copy(source, &part, size);
     if (!status.ok())
         return status;
-    if (!part.flush() || ::fsync(part.handle()) != 0)
+    if (!part.flush())
+        return systemFailure(errno, QStringLiteral("cannot write %1").arg(name));
+    if (!m_deferred && ::fsync(part.handle()) != 0)
         return systemFailure(errno, QStringLiteral("cannot write %1").arg(name));
     if (::rename(QFile::encodeName(part.fileName()).constData(),
                  QFile::encodeName(target).constData()) != 0)
         return systemFailure(errno, QStringLiteral("cannot write %1").arg(name));
     part.setAutoRemove(false);
+    return settle(folder);
+}
+
+Status FileSystemBackend::settle(const QString& folder)
+{
+    if (m_deferred) {
+        m_unflushed = true;
+        return Status::success();
+    }
     return syncFolder(folder);
+}
+
+Status FileSystemBackend::flush()
+{
+    if (!m_unflushed)
+        return Status::success();
+    const int descriptor = ::open(QFile::encodeName(m_root).constData(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return systemFailure(errno, QStringLiteral("cannot open folder %1").arg(m_root));
+    // One flush of the whole file system: the objects' data, their names and
+    // their folders, however many there were. It also reports write-back
+    // errors that happened since the objects were written.
+    const int result = ::syncfs(descriptor);
+    const int error = errno;
+    ::close(descriptor);
+    if (result != 0)
+        return systemFailure(error, QStringLiteral("cannot flush the store at %1").arg(m_root));
+    m_unflushed = false;
+    return Status::success();
 }
 
 Status FileSystemBackend::remove(const QString& name)
@@ -286,7 +316,7 @@ Status FileSystemBackend::adopt(const QString& name, int descriptor)
     const Status status = placeFor(name, &target, &folder);
     if (!status.ok())
         return status;
-    if (::fsync(descriptor) != 0)
+    if (!m_deferred && ::fsync(descriptor) != 0)
         return systemFailure(errno, QStringLiteral("cannot write %1").arg(name));
     // The unnamed file gets a hidden name beside its target first, so that
     // the final rename replaces any object of that name atomically.
@@ -307,7 +337,7 @@ Status FileSystemBackend::adopt(const QString& name, int descriptor)
         ::unlink(part.constData());
         return systemFailure(error, QStringLiteral("cannot write %1").arg(name));
     }
-    return syncFolder(folder);
+    return settle(folder);
 }
 
 } // namespace Kel::Cloud

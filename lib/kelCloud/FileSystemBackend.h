@@ -22,6 +22,10 @@ public:
     Status remove(const QString& name) override;
     int stagingFile() override;
     Status adopt(const QString& name, int descriptor) override;
+    // Deferred writes skip their two flushes (the file's and its folder's);
+    // flush() then flushes the file system that holds the store at once.
+    void setFlushDeferred(bool deferred) override { m_deferred = deferred; }
+    Status flush() override;
 
     using Backend::read;
     using Backend::write;
@@ -33,8 +37,14 @@ private:
     // The file and folder of an object about to be written, the folder made.
     Status placeFor(const QString& name, QString* target, QString* folder) const;
 
+    // Flushes the folder of an object just put in place, or notes that
+    // flush() must.
+    Status settle(const QString& folder);
+
     QString m_given;
     QString m_root;
+    bool m_deferred = false;
+    bool m_unflushed = false;
 };
 
 } // namespace Kel::Cloud
