@@ -38,6 +38,8 @@ class CurrentLayout
 public:
     explicit CurrentLayout(const QString& prefix);
 
+    // The folder of every plan: "<prefix>/cbf/".
+    QString root() const { return m_root; }
     QString plan(const QString& plan) const { return m_root + plan + '/'; }
     QString keys(const QString& plan) const { return this->plan(plan) + QStringLiteral("keys"); }
     QString manifests(const QString& plan) const

@@ -133,7 +133,7 @@ Status CurrentBrowser::plans(QList<CurrentPlanInfo>* plans, bool newestOnly) con
     // There is no listing by folder: the plans are found from their keys
     // among every object of the format.
     const CurrentLayout layout(m_repository.location().prefix);
-    const QString root = layout.plan(QString());
+    const QString root = layout.root();
     QList<Kel::Cloud::ObjectInfo> objects;
     status = backend->list(root, &objects);
     if (!status.ok()) {

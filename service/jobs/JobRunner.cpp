@@ -120,6 +120,8 @@ bool JobRunner::start(const QUuid& planId, bool forceFull, QString* error)
         return false;
     }
     RunRequest request;
+    // The runs' times are those of the service's clock, as their history.
+    request.backup.now = [clock = m_clock] { return clock().toUTC(); };
     if (!makeRunRequest(*plan, account, Orv::Common::BackendConfig::prepare(params.toVariantMap()),
                         RunSettings::current(), m_cacheRoot, forceFull, &request, error)) {
         *error = recordRefusal(planId, *error);
