@@ -373,13 +373,31 @@ void CommandCreateRestorePlan::initPlan()
     m_plan.setId(QUuid::createUuid());
     m_plan.setStorage(getStorageId());
     m_plan.setAccountId(getStorageId());
-    checkFormat(given(m_bunchOption));
-    m_plan.setIsArchive(given(m_bunchOption));
+    const bool current = !given(m_bunchOption) || bunchInCurrentFormat();
+    checkFormat(!current);
+    m_plan.setIsArchive(!current);
     setRestoreType();
-    if (m_plan.isArchive())
+    if (given(m_bunchOption))
         initRestorePoint();
     setRestoreItems();
     setRestoreOptions();
+}
+
+bool CommandCreateRestorePlan::bunchInCurrentFormat() const
+{
+    const auto isCurrent = [](const Generation& generation) {
+        return generation.id() == Orv::Info::Repository::kCurrentFormatGeneration;
+    };
+    const bool current = std::any_of(m_generations.begin(), m_generations.end(), isCurrent);
+    const bool nbf =
+        std::any_of(m_generations.begin(), m_generations.end(),
+                    [&](const Generation& generation) { return !isCurrent(generation); });
+    if (!given(m_formatOption))
+        return current && !nbf;
+    const bool nbfAsked = planFormatWords().value(valueOf(m_formatOption)) == Nbf;
+    if (nbfAsked ? !nbf : !current)
+        throw kNoBunch;
+    return !nbfAsked;
 }
 
 void CommandCreateRestorePlan::checkFormat(bool nbf) const
@@ -410,30 +428,41 @@ void CommandCreateRestorePlan::setRestoreType()
 
 void CommandCreateRestorePlan::initRestorePoint()
 {
+    const bool current = !m_plan.isArchive();
+    QList<RestorePoint> points;
+    for (const RestorePoint& point : qAsConst(m_points))
+        if ((point.generationId() == Orv::Info::Repository::kCurrentFormatGeneration) == current)
+            points.append(point);
     const bool atTime = m_plan.restoreType() == Restore::RestoreType::PointInTime;
     if (atTime) {
+        // The new format restores a point that started within that minute;
+        // the current one the state at any time: the newest run that started
+        // by then, the minute included.
         const QDateTime wanted = toMinute(m_plan.pointInTime());
-        const auto found =
-            std::find_if(m_points.begin(), m_points.end(), [&](const RestorePoint& point) {
-                return toMinute(point.startDate()) == wanted;
-            });
-        if (found == m_points.end())
+        const RestorePoint* found = nullptr;
+        for (const RestorePoint& point : qAsConst(points)) {
+            const QDateTime started = toMinute(point.startDate());
+            if (current ? started <= wanted : started == wanted && !found)
+                found = &point;
+        }
+        if (!found)
             throw QStringLiteral("Restore point does not exist. Please verify restore point "
                                  "time.\n");
         m_point = *found;
     } else {
-        if (m_points.isEmpty())
+        if (points.isEmpty())
             throw kNothing;
-        m_point = m_points.last();
+        m_point = points.last();
     }
     m_pointChosen = true;
-    if (pointNeedsDeepSync())
+    if (!current && pointNeedsDeepSync())
         throw QStringLiteral("Restore plan can't be created. Need deep sync or deep sync in "
                              "progress.\n");
     // The latest version stays the bunch alone, so that a kept plan restores
-    // whatever is newest when it runs.
+    // whatever is newest when it runs; the current format keeps its point in
+    // time in the plan.
     m_plan.setRestorePoint(
-        atTime
+        atTime && !current
             ? QStringList{m_bunch.id(), m_point.generationId(), m_point.id()}.join(QLatin1Char('/'))
             : m_bunch.id());
 }
@@ -450,7 +479,7 @@ void CommandCreateRestorePlan::setRestoreItems()
                 paths.append(QDir::cleanPath(path.trimmed()));
         paths.removeDuplicates();
     }
-    if (m_plan.isArchive() && m_pointChosen)
+    if (m_pointChosen)
         m_pathsToCheck = paths;
     else
         m_plan.setRestoreItems(paths);

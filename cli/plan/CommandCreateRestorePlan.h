@@ -52,7 +52,8 @@ protected:
     // Shared setters over m_plan; they throw the message.
     // "restore-point" or "latest-version" into the restore type.
     void setRestoreType();
-    // Places a new-format plan on the chosen point of the bunch.
+    // Places the plan on the chosen point of the bunch (for the current
+    // format, the newest run by its point in time).
     void initRestorePoint();
     // The paths of "path": kept as they are for the current format, checked
     // against the chosen point (after fillPlan()) for the new one.
@@ -61,6 +62,10 @@ protected:
     void setRestoreOptions();
     // The mismatch of "format" and "bunch".
     void checkFormat(bool nbf) const;
+    // Whether the bunch's data to restore is of the current format: the
+    // format asked for, else the one the bunch holds (the new one when it
+    // holds both). Throws when the bunch holds nothing of the format asked.
+    bool bunchInCurrentFormat() const;
 
     Orv::Info::Plan::RestoreFile m_plan;
     QUuid m_accountId;

@@ -223,13 +223,19 @@ bool ManifestEntry::decode(const QByteArray& bytes, ManifestEntry* entry)
 QByteArray ManifestHeader::encode() const
 {
     static const char* const kStatus[] = {"success", "warning", "failure"};
-    const QJsonObject o{{"version", kFormatVersion},
-                        {"run", run},
-                        {"start", start.toUTC().toString(Qt::ISODateWithMs)},
-                        {"end", end.toUTC().toString(Qt::ISODateWithMs)},
-                        {"status", kStatus[int(status)]},
-                        {"warnings", warnings},
-                        {"errors", errors}};
+    QJsonObject o{{"version", kFormatVersion},
+                  {"run", run},
+                  {"start", start.toUTC().toString(Qt::ISODateWithMs)},
+                  {"end", end.toUTC().toString(Qt::ISODateWithMs)},
+                  {"status", kStatus[int(status)]},
+                  {"warnings", warnings},
+                  {"errors", errors}};
+    if (!planName.isEmpty()) {
+        o.insert("plan", planName);
+    }
+    if (full) {
+        o.insert("full", true);
+    }
     return QJsonDocument(o).toJson(QJsonDocument::Compact);
 }
 
@@ -238,6 +244,8 @@ bool ManifestHeader::decode(const QByteArray& bytes, ManifestHeader* header)
     QJsonParseError error;
     const QJsonObject o = QJsonDocument::fromJson(bytes, &error).object();
     header->run = o.value("run").toString();
+    header->planName = o.value("plan").toString();
+    header->full = o.value("full").toBool();
     header->start = QDateTime::fromString(o.value("start").toString(), Qt::ISODateWithMs);
     header->end = QDateTime::fromString(o.value("end").toString(), Qt::ISODateWithMs);
     const QString status = o.value("status").toString();

@@ -39,6 +39,8 @@ class CurrentLayout
 public:
     explicit CurrentLayout(const QString& prefix);
 
+    // The folder of every plan: "<prefix>/cbf/".
+    QString root() const { return m_root; }
     QString plan(const QString& plan) const { return m_root + plan + '/'; }
     QString keys(const QString& plan) const { return this->plan(plan) + QStringLiteral("keys"); }
     QString manifests(const QString& plan) const
@@ -86,10 +88,16 @@ struct ManifestEntry
     static bool decode(const QByteArray& bytes, ManifestEntry* entry);
 };
 
-// The clear part of a manifest: what a listing shows without the password.
+// The clear part of a manifest: what a listing shows without the password,
+// on a machine that has never seen the plan. Manifests written before the
+// plan's name and the full flag were kept here decode with an empty name and
+// full unset.
 struct ManifestHeader
 {
     QString run;
+    QString planName;
+    // A run that stored every file whole (the first one, or forced full).
+    bool full = false;
     QDateTime start;
     QDateTime end;
     PointStatus status = PointStatus::Success;

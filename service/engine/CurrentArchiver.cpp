@@ -490,6 +490,8 @@ RunResult CurrentArchiver::run()
     m_progress.step = int(RunStep::Committing);
     Kel::Archive::ManifestHeader header;
     header.run = run;
+    header.planName = m_description.planName;
+    header.full = result.full;
     header.start = start;
     header.end = m_description.now();
     header.status =

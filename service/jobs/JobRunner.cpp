@@ -120,19 +120,17 @@ bool JobRunner::start(const QUuid& planId, bool forceFull, QString* error)
         return false;
     }
     RunRequest request;
+    // The runs' times are those of the service's clock, as their history.
+    request.backup.now = [clock = m_clock] { return clock().toUTC(); };
     if (!makeRunRequest(*plan, account, Orv::Common::BackendConfig::prepare(params.toVariantMap()),
                         RunSettings::current(), m_cacheRoot, forceFull, &request, error)) {
         *error = recordRefusal(planId, *error);
         return false;
     }
-    if (request.restore && request.currentFormat) {
+    // A restore that names no backup plan takes those of this machine; on a
+    // machine that has none, the run finds them in the storage.
+    if (request.restore && request.currentFormat && request.restoreDescription.bunch.isEmpty())
         request.currentPlans = currentFormatPlans(plan->storage());
-        if (request.currentPlans.isEmpty()) {
-            *error = recordRefusal(planId, QStringLiteral("No backup plan of the current format "
-                                                          "writes to this storage account"));
-            return false;
-        }
-    }
     const qint64 runId = m_history.begin(planId, m_clock(), error);
     if (runId == 0)
         return false;

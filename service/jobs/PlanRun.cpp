@@ -4,6 +4,7 @@
 #include "service/ServiceLog.h"
 #include "service/engine/Archiver.h"
 #include "service/engine/CurrentArchiver.h"
+#include "service/engine/CurrentBrowser.h"
 #include "service/engine/CurrentRestorer.h"
 #include "service/engine/Restorer.h"
 
@@ -219,7 +220,7 @@ RunOutcome PlanRun::runBackup()
                               : outcome.message + QStringLiteral("; ") + m_request.notice;
     }
     if (m_request.consistencyCheck && !m_stop && !outcome.result.isFailure() &&
-        !m_request.currentFormat && !result.generation.isEmpty())
+        (m_request.currentFormat || !result.generation.isEmpty()))
         checkConsistency(repository, result.generation, &outcome);
     return outcome;
 }
@@ -230,10 +231,18 @@ void PlanRun::checkConsistency(const Orv::Repository::Repository& repository,
     setStep(Step::Checking);
     std::unique_ptr<Orv::Repository::Generation> generation;
     QStringList problems;
-    Kel::Cloud::Status status = Orv::Repository::Generation::open(
-        repository, m_request.backup.planId, generationId, m_request.backup.password, &generation);
-    if (status.ok())
-        status = generation->checkPresence(&problems);
+    Kel::Cloud::Status status;
+    if (m_request.currentFormat) {
+        // Every version the kept runs name, read whole.
+        status = Orv::Engine::CurrentBrowser(repository)
+                     .check(m_request.backup.planId, m_request.backup.password, &problems);
+    } else {
+        status =
+            Orv::Repository::Generation::open(repository, m_request.backup.planId, generationId,
+                                              m_request.backup.password, &generation);
+        if (status.ok())
+            status = generation->checkPresence(&problems);
+    }
     if (!status.ok())
         problems.prepend(QStringLiteral("the check could not run: %1").arg(status.message));
     if (problems.isEmpty())
@@ -271,6 +280,26 @@ Orv::Engine::RestoreResult PlanRun::restoreWith(const Orv::Repository::Repositor
     return result;
 }
 
+QString PlanRun::currentPlans(const Orv::Repository::Repository& repository, QStringList* plans)
+{
+    if (!m_request.restoreDescription.bunch.isEmpty()) {
+        *plans = QStringList{m_request.restoreDescription.bunch};
+        return {};
+    }
+    *plans = m_request.currentPlans;
+    if (!plans->isEmpty())
+        return {};
+    QList<Orv::Engine::CurrentPlanInfo> found;
+    const Kel::Cloud::Status status = Orv::Engine::CurrentBrowser(repository).plans(&found, true);
+    if (!status.ok())
+        return status.message;
+    for (const Orv::Engine::CurrentPlanInfo& plan : qAsConst(found))
+        plans->append(plan.plan);
+    return plans->isEmpty() ? QStringLiteral("The storage account holds no backup of the current "
+                                             "format")
+                            : QString();
+}
+
 RunOutcome PlanRun::runRestore()
 {
     const Orv::Repository::Repository repository(m_request.location);
@@ -287,9 +316,13 @@ RunOutcome PlanRun::runRestore()
         result = restoreWith<Orv::Engine::Restorer>(repository, m_request.restoreDescription);
     } else {
         // The current format keeps each backup plan's files apart: the state
-        // asked for is that of every such plan writing to the account.
-        result.ok = true;
-        for (const QString& plan : qAsConst(m_request.currentPlans)) {
+        // asked for is that of the plan named, else of every such plan
+        // writing to the account.
+        QStringList plans;
+        const QString problem = currentPlans(repository, &plans);
+        result.ok = problem.isEmpty();
+        result.message = problem;
+        for (const QString& plan : qAsConst(plans)) {
             if (m_stop)
                 break;
             Orv::Engine::RestoreDescription description = m_request.restoreDescription;

@@ -70,6 +70,8 @@ private:
     // Before a restore: rebuilds the local data of the generations that need
     // it; the reason when that failed.
     QString syncGenerations(const Orv::Repository::Repository& repository);
+    // The current-format plans a restore takes, or why there are none.
+    QString currentPlans(const Orv::Repository::Repository& repository, QStringList* plans);
     // After a backup: every pack the restore points need is in the storage.
     void checkConsistency(const Orv::Repository::Repository& repository,
                           const QString& generationId, RunOutcome* outcome);

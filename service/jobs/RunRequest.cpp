@@ -177,8 +177,14 @@ bool describeRestore(const RestoreFile& plan, const RunSettings& settings, RunRe
     d.bunch = parts.value(0);
     d.generation = parts.value(1);
     d.point = parts.value(2);
-    if (plan.restoreType() == Restore::RestoreType::PointInTime)
+    // A point in time is given to the minute, as listings show the runs: a
+    // run that started within that minute is part of the state asked for.
+    if (plan.restoreType() == Restore::RestoreType::PointInTime) {
         d.pointInTime = plan.pointInTime();
+        const QTime time = d.pointInTime.time();
+        if (request->currentFormat && time.second() == 0 && time.msec() == 0)
+            d.pointInTime = d.pointInTime.addMSecs(59999);
+    }
     d.paths = encodedPaths(plan.restoreItems());
     if (!plan.restoreToOriginalLocation())
         d.target.destination = QFile::encodeName(QDir::cleanPath(plan.destination()));

@@ -33,8 +33,9 @@ struct RunRequest
     bool restore = false;
     // The current format (cbf) rather than the new one.
     bool currentFormat = false;
-    // A restore of the current format: the backup plans whose files it takes
-    // (each keeps its own), filled in by the job runner.
+    // A restore of the current format that names no backup plan: the backup
+    // plans of this machine whose files it takes (each keeps its own), filled
+    // in by the job runner; empty, every plan the storage holds.
     QStringList currentPlans;
     // What the run cannot do as the plan asks, told as a warning of the run.
     QString notice;

@@ -17,9 +17,11 @@ class AccountCatalog;
 class HandlerRegistry;
 class PlanCatalog;
 
-// Answers the repository commands: what a storage account holds in the new
+// Answers the repository commands: what a storage account holds in either
 // backup format (bunches, generations, restore points, the content of a
-// point), deep sync, and the removal of a bunch or a generation. The account
+// point), deep sync, and the removal of a bunch or a generation; the current
+// format's data is shown in the new one's objects (see
+// Orv::Info::Repository::kCurrentFormatGeneration). The account
 // is looked up on the event loop; the storage is read on a worker thread, and
 // the answer comes back to the event loop when the work is done.
 //

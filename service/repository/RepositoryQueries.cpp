@@ -3,6 +3,7 @@
 #include "orvInfo/Repository/Objects.h"
 #include "orvRepository/Generation.h"
 #include "orvRepository/PointBrowser.h"
+#include "service/repository/CurrentQueries.h"
 
 #include <QDir>
 #include <QFile>
@@ -16,20 +17,6 @@ namespace Engine = Orv::Repository;
 namespace Info = Orv::Info::Repository;
 namespace Commands = Orv::Common::Communication::V2::Repository;
 using Kel::Cloud::Operation;
-
-// Ids become object names and the names of cache files: nothing that could
-// reach outside the bunch's own folder (or name the whole prefix) is taken.
-bool isPlainId(const QString& id)
-{
-    return !id.isEmpty() && id != QLatin1String(".") && id != QLatin1String("..") &&
-           !id.contains(QLatin1Char('/')) && !id.contains(QLatin1Char('\\'));
-}
-
-QString storageError(const Engine::Status& status)
-{
-    return status.message.isEmpty() ? QStringLiteral("The storage cannot be read.")
-                                    : status.message;
-}
 
 QString noBunch(const QString& bunch)
 {
@@ -76,11 +63,40 @@ QString loadGenerations(const Repository& repository, const Request& request,
     return status.ok() ? QString() : storageError(status);
 }
 
+// The generations of both formats that the bunch holds: the new format's,
+// then the one of the current format's runs.
+QString loadAllGenerations(const Repository& repository, const Request& request,
+                           QList<Engine::GenerationInfo>* generations)
+{
+    const QString error = loadGenerations(repository, request, generations);
+    if (!error.isEmpty() && error != noBunch(request.bunchId()))
+        return error;
+    Orv::Engine::CurrentPlanInfo plan;
+    bool found = false;
+    const QString current = CurrentQueries::findPlan(repository, request.bunchId(), &plan, &found);
+    if (!current.isEmpty())
+        return current;
+    if (!found)
+        return error;
+    generations->append(CurrentQueries::generation(plan));
+    return {};
+}
+
+// Whether the request is for the current format's data: its generation, or
+// a bunch that has no data of the new format.
+bool forCurrentFormat(const Repository& repository, const Request& request)
+{
+    if (request.generationId() == Info::kCurrentFormatGeneration)
+        return true;
+    return request.generationId().isEmpty() &&
+           findBunch(repository, request) == noBunch(request.bunchId());
+}
+
 QString findGeneration(const Repository& repository, const Request& request,
                        Engine::GenerationInfo* generation)
 {
     QList<Engine::GenerationInfo> generations;
-    const QString error = loadGenerations(repository, request, &generations);
+    const QString error = loadAllGenerations(repository, request, &generations);
     if (!error.isEmpty())
         return error;
     for (const Engine::GenerationInfo& candidate : qAsConst(generations)) {
@@ -97,9 +113,77 @@ bool sameMinute(const QDateTime& a, const QDateTime& b)
     return a.toSecsSinceEpoch() / 60 == b.toSecsSinceEpoch() / 60;
 }
 
-// The restore point the request names: by id, else the first one that started
-// within the minute of its time, else the newest. Only the request's
-// generation is searched when it names one.
+// Opens the generation of the restore point the request names. One whose
+// local data must be rebuilt first is refused: opening it would quietly do
+// the whole deep sync inside a listing.
+QString openPoint(const Repository& repository, const Request& request,
+                  std::unique_ptr<Engine::Generation>* generation,
+                  const Kel::Archive::PointRecord** point)
+{
+    QList<Engine::GenerationInfo> generations;
+    QString error = loadGenerations(repository, request, &generations);
+    Engine::PointInfo chosen;
+    if (error.isEmpty())
+        error = choosePoint(generations, request, &chosen);
+    if (!error.isEmpty())
+        return error;
+    if (chosen.needsDeepSync)
+        return QStringLiteral("Generation %1 needs a deep sync before its content can be read; "
+                              "run a deep sync of it first.")
+            .arg(chosen.generation);
+    const Engine::Status status = Engine::Generation::open(
+        repository, request.bunchId(), chosen.generation, request.password().toUtf8(), generation);
+    if (!status.ok())
+        return storageError(status);
+    *point = (*generation)->point(chosen.id);
+    if (!*point)
+        return QStringLiteral("Restore point %1 does not exist in generation %2.")
+            .arg(chosen.id, chosen.generation);
+    return {};
+}
+
+Info::Generation generationObject(const Engine::GenerationInfo& generation)
+{
+    Info::Generation object;
+    object.setId(generation.id);
+    object.setFirstRestorePoint(generation.firstPoint);
+    object.setLastRestorePoint(generation.lastPoint);
+    object.setWarningCount(generation.warningCount);
+    object.setErrorCount(generation.errorCount);
+    object.setDeepSync(generation.needsDeepSync);
+    object.setEncrypted(generation.encrypted);
+    object.setHint(generation.hint);
+    return object;
+}
+
+Info::RestorePoint pointObject(const Engine::PointInfo& point)
+{
+    Info::RestorePoint object;
+    object.setId(point.id);
+    object.setGenerationId(point.generation);
+    object.setBackupType(Info::RestorePoint::BackupType(int(point.type)));
+    object.setStartDate(point.start);
+    object.setEndDate(point.end);
+    object.setStatus(Info::RestorePoint::Status(int(point.status)));
+    object.setDeepSync(point.needsDeepSync);
+    object.setEncrypted(point.encrypted);
+    return object;
+}
+
+} // namespace
+
+bool isPlainId(const QString& id)
+{
+    return !id.isEmpty() && id != QLatin1String(".") && id != QLatin1String("..") &&
+           !id.contains(QLatin1Char('/')) && !id.contains(QLatin1Char('\\'));
+}
+
+QString storageError(const Engine::Status& status)
+{
+    return status.message.isEmpty() ? QStringLiteral("The storage cannot be read.")
+                                    : status.message;
+}
+
 QString choosePoint(const QList<Engine::GenerationInfo>& generations, const Request& request,
                     Engine::PointInfo* point)
 {
@@ -144,66 +228,9 @@ QString choosePoint(const QList<Engine::GenerationInfo>& generations, const Requ
     return QStringLiteral("There is no restore point in %1.").arg(scope);
 }
 
-// Opens the generation of the restore point the request names. One whose
-// local data must be rebuilt first is refused: opening it would quietly do
-// the whole deep sync inside a listing.
-QString openPoint(const Repository& repository, const Request& request,
-                  std::unique_ptr<Engine::Generation>* generation,
-                  const Kel::Archive::PointRecord** point)
-{
-    QList<Engine::GenerationInfo> generations;
-    QString error = loadGenerations(repository, request, &generations);
-    Engine::PointInfo chosen;
-    if (error.isEmpty())
-        error = choosePoint(generations, request, &chosen);
-    if (!error.isEmpty())
-        return error;
-    if (chosen.needsDeepSync)
-        return QStringLiteral("Generation %1 needs a deep sync before its content can be read; "
-                              "run a deep sync of it first.")
-            .arg(chosen.generation);
-    const Engine::Status status = Engine::Generation::open(
-        repository, request.bunchId(), chosen.generation, request.password().toUtf8(), generation);
-    if (!status.ok())
-        return storageError(status);
-    *point = (*generation)->point(chosen.id);
-    if (!*point)
-        return QStringLiteral("Restore point %1 does not exist in generation %2.")
-            .arg(chosen.id, chosen.generation);
-    return {};
-}
-
 QByteArray encodedPath(const QString& path)
 {
     return QFile::encodeName(QDir::cleanPath(path));
-}
-
-Info::Generation generationObject(const Engine::GenerationInfo& generation)
-{
-    Info::Generation object;
-    object.setId(generation.id);
-    object.setFirstRestorePoint(generation.firstPoint);
-    object.setLastRestorePoint(generation.lastPoint);
-    object.setWarningCount(generation.warningCount);
-    object.setErrorCount(generation.errorCount);
-    object.setDeepSync(generation.needsDeepSync);
-    object.setEncrypted(generation.encrypted);
-    object.setHint(generation.hint);
-    return object;
-}
-
-Info::RestorePoint pointObject(const Engine::PointInfo& point)
-{
-    Info::RestorePoint object;
-    object.setId(point.id);
-    object.setGenerationId(point.generation);
-    object.setBackupType(Info::RestorePoint::BackupType(int(point.type)));
-    object.setStartDate(point.start);
-    object.setEndDate(point.end);
-    object.setStatus(Info::RestorePoint::Status(int(point.status)));
-    object.setDeepSync(point.needsDeepSync);
-    object.setEncrypted(point.encrypted);
-    return object;
 }
 
 Info::ContentObject contentObject(const Engine::ContentEntry& entry)
@@ -216,7 +243,7 @@ Info::ContentObject contentObject(const Engine::ContentEntry& entry)
     return object;
 }
 
-TypedOutcome listed(const QJsonArray& items, int offset = 0, bool more = false)
+TypedOutcome listed(const QJsonArray& items, int offset, bool more)
 {
     Commands::ListResponse response;
     response.setItems(items);
@@ -232,14 +259,25 @@ TypedOutcome doneOrFailed(const QString& error)
     return TypedOutcome::done(Commands::DoneResponse());
 }
 
-} // namespace
-
 TypedOutcome bunchList(const Repository& repository, const Request&)
 {
     QList<Engine::BunchInfo> bunches;
     const Engine::Status status = repository.bunches(&bunches);
     if (!status.ok())
         return TypedOutcome::failed(storageError(status));
+    // A plan that wrote both formats is one bunch.
+    QList<Engine::BunchInfo> current;
+    const QString error = CurrentQueries::bunches(repository, &current);
+    if (!error.isEmpty())
+        return TypedOutcome::failed(error);
+    for (const Engine::BunchInfo& bunch : qAsConst(current)) {
+        if (std::none_of(bunches.cbegin(), bunches.cend(),
+                         [&](const Engine::BunchInfo& other) { return other.id == bunch.id; }))
+            bunches.append(bunch);
+    }
+    std::stable_sort(
+        bunches.begin(), bunches.end(),
+        [](const Engine::BunchInfo& a, const Engine::BunchInfo& b) { return a.name < b.name; });
     QJsonArray items;
     for (const Engine::BunchInfo& bunch : qAsConst(bunches)) {
         Info::Bunch object;
@@ -253,7 +291,7 @@ TypedOutcome bunchList(const Repository& repository, const Request&)
 TypedOutcome generationList(const Repository& repository, const Request& request)
 {
     QList<Engine::GenerationInfo> generations;
-    const QString error = loadGenerations(repository, request, &generations);
+    const QString error = loadAllGenerations(repository, request, &generations);
     if (!error.isEmpty())
         return TypedOutcome::failed(error);
     QJsonArray items;
@@ -277,7 +315,7 @@ TypedOutcome restorePointList(const Repository& repository, const Request& reque
 TypedOutcome bunchRestorePointList(const Repository& repository, const Request& request)
 {
     QList<Engine::GenerationInfo> generations;
-    const QString error = loadGenerations(repository, request, &generations);
+    const QString error = loadAllGenerations(repository, request, &generations);
     if (!error.isEmpty())
         return TypedOutcome::failed(error);
     QList<Engine::PointInfo> points;
@@ -294,6 +332,8 @@ TypedOutcome bunchRestorePointList(const Repository& repository, const Request& 
 
 TypedOutcome content(const Repository& repository, const Request& request)
 {
+    if (forCurrentFormat(repository, request))
+        return CurrentQueries::content(repository, request);
     std::unique_ptr<Engine::Generation> generation;
     const Kel::Archive::PointRecord* point = nullptr;
     const QString error = openPoint(repository, request, &generation, &point);
@@ -315,6 +355,8 @@ TypedOutcome content(const Repository& repository, const Request& request)
 
 TypedOutcome restorePointPaths(const Repository& repository, const Request& request)
 {
+    if (forCurrentFormat(repository, request))
+        return CurrentQueries::restorePointPaths(repository, request);
     std::unique_ptr<Engine::Generation> generation;
     const Kel::Archive::PointRecord* point = nullptr;
     const QString error = openPoint(repository, request, &generation, &point);
@@ -337,6 +379,8 @@ TypedOutcome restorePointPaths(const Repository& repository, const Request& requ
 
 TypedOutcome deepSync(const Repository& repository, const Request& request)
 {
+    if (request.generationId() == Info::kCurrentFormatGeneration)
+        return CurrentQueries::deepSync(repository, request);
     Engine::GenerationInfo generation;
     QString error = findGeneration(repository, request, &generation);
     if (error.isEmpty() && generation.encrypted && request.password().isEmpty())
@@ -352,16 +396,27 @@ TypedOutcome deepSync(const Repository& repository, const Request& request)
 
 TypedOutcome removeBunch(const Repository& repository, const Request& request)
 {
-    QString error = findBunch(repository, request);
+    Orv::Engine::CurrentPlanInfo plan;
+    bool current = false;
+    QString error = CurrentQueries::findPlan(repository, request.bunchId(), &plan, &current);
+    if (!error.isEmpty())
+        return doneOrFailed(error);
+    error = findBunch(repository, request);
+    if (error == noBunch(request.bunchId()) && current)
+        return CurrentQueries::remove(repository, request);
     if (error.isEmpty()) {
         const Engine::Status status = repository.removeBunch(request.bunchId());
         error = status.ok() ? QString() : storageError(status);
     }
+    if (error.isEmpty() && current)
+        return CurrentQueries::remove(repository, request);
     return doneOrFailed(error);
 }
 
 TypedOutcome removeGeneration(const Repository& repository, const Request& request)
 {
+    if (request.generationId() == Info::kCurrentFormatGeneration)
+        return CurrentQueries::remove(repository, request);
     QString error = findBunch(repository, request);
     if (error.isEmpty() && !isPlainId(request.generationId()))
         error = noGeneration(request);

@@ -5,6 +5,7 @@
 #include "kelCloud/Config.h"
 #include "kelStreams/Hash.h"
 #include "service/engine/CurrentArchiver.h"
+#include "service/engine/CurrentBrowser.h"
 #include "service/engine/CurrentRestorer.h"
 
 #include <QDir>
@@ -350,6 +351,17 @@ TEST_P(CurrentFaultTest, WrongPasswordChangesNothingAndBadVersionsAreNamed)
         }
     }
     ASSERT_TRUE(QFile::remove(smallest)) << "the empty file's version";
+
+    // The check names both, and nothing else.
+    QStringList problems;
+    ASSERT_TRUE(CurrentBrowser(*repository).check(d.planId, d.password, &problems).ok());
+    ASSERT_EQ(problems.size(), 2) << problems.join('\n').toStdString();
+    const QString found = problems.join('\n');
+    EXPECT_TRUE(found.contains("large.bin: its version") && found.contains("is damaged"))
+        << found.toStdString();
+    EXPECT_TRUE(found.contains("empty: its version") && found.contains("is missing"))
+        << found.toStdString();
+    EXPECT_FALSE(CurrentBrowser(*repository).check(d.planId, "wrong horse", &problems).ok());
 
     const QByteArray to = out("out");
     const RestoreResult damaged = restore(d, to);

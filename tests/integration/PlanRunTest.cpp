@@ -240,15 +240,18 @@ TEST_F(PlanRuns, FaultsEndTheRunWithTheirReason)
     EXPECT_EQ(waitIdle(slow.id(), 15000).lastRunStatus(), PlanResult(PlanResult::Stopped));
 
     // A restore of the current format with no such backup on the account
-    // fails with the reason.
+    // (here or in the storage) fails with the reason.
     Orv::Info::Plan::RestoreFile nothing;
     nothing.setId(QUuid::createUuid());
     nothing.setName(QStringLiteral("Nothing"));
     nothing.setStorage(accountId);
     nothing.setAccountId(accountId);
     ASSERT_EQ(save(nothing), QString());
-    EXPECT_TRUE(start(nothing.id()).contains("No backup plan of the current format"));
-    EXPECT_EQ(row(nothing.id()).lastRunStatus(), PlanResult(PlanResult::Failed));
+    ASSERT_EQ(start(nothing.id()), QString());
+    const PlanObject failed = waitIdle(nothing.id());
+    EXPECT_EQ(failed.lastRunStatus(), PlanResult(PlanResult::Failed));
+    EXPECT_TRUE(failed.lastRunMessage().contains("holds no backup of the current format"))
+        << failed.lastRunMessage().toStdString();
 
     // What the current format cannot do yet is a warning of the run.
     Orv::Info::Plan::BackupFile blocks = backupPlan(QStringLiteral("Blocks"));

@@ -1,7 +1,8 @@
 // The repository requests answered by the real orvd on a folder account, over
-// backups its own plans made: the listings and their flags, paging through a
-// large folder, the deep sync that rebuilds a lost cache, and removals, which
-// wait for the bunch's plan to stop running.
+// backups its own plans made in either format: the listings and their flags,
+// paging through a large folder, the deep sync that rebuilds a lost cache, and
+// removals, which wait for the bunch's plan to stop running. Then a machine
+// that has only the account finds and restores a current-format plan.
 
 #include "PlanRuns.h"
 #include "orvCommon/Communication/Format.h"
@@ -15,8 +16,10 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QJsonArray>
+#include <QMap>
 #include <QSet>
 #include <QThread>
 #include <gtest/gtest.h>
@@ -52,7 +55,17 @@ template <typename Object> QList<Object> objects(const Answer& answer)
     return list;
 }
 
-class RepositoryRequests : public ::testing::Test
+// Whether the plans write the current format (cbf) rather than the new one.
+QStringList filesUnder(const QString& folder)
+{
+    QStringList files;
+    QDirIterator it(folder, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files.append(it.next());
+    return files;
+}
+
+class RepositoryRequests : public ::testing::TestWithParam<bool>
 {
 protected:
     void SetUp() override
@@ -71,7 +84,7 @@ protected:
         plan.setName(name);
         plan.setStorage(accountId);
         plan.setAccountId(accountId);
-        plan.setIsArchive(true);
+        plan.setIsArchive(!current());
         plan.setItems({source});
         plan.encryption().setEnabled(true);
         plan.encryption().setPassword(QLatin1String(kPassword));
@@ -80,6 +93,7 @@ protected:
         return plan;
     }
 
+    static bool current() { return GetParam(); }
     QString save(const Orv::Info::Plan::Base& plan) { return Plans::savePlan(sandbox, plan); }
 
     Answer typed(const QUuid& command, const QJsonObject& request)
@@ -142,7 +156,7 @@ protected:
 // found by id and by the minute they started, and lookups of what is not
 // there name it. Then the local cache is lost: the generation asks for a deep
 // sync, which a wrong password leaves as it was and the right one completes.
-TEST_F(RepositoryRequests, ListsBrowsesAndDeepSyncsRealBackups)
+TEST_P(RepositoryRequests, ListsBrowsesAndDeepSyncsRealBackups)
 {
     QStringList many;
     for (int i = 0; i < 1000; ++i) {
@@ -169,6 +183,7 @@ TEST_F(RepositoryRequests, ListsBrowsesAndDeepSyncsRealBackups)
     EXPECT_FALSE(generation.deepSync());
     EXPECT_EQ(QByteArray::fromBase64(generation.hint()), QByteArray(kHint));
     EXPECT_LE(generation.firstRestorePoint(), generation.lastRestorePoint());
+    EXPECT_EQ(generation.id() == Info::kCurrentFormatGeneration, current());
 
     const QList<Info::RestorePoint> points = objects<Info::RestorePoint>(
         ask(Repo::GetRestorePointList::CommandId, in(bunch, generation.id())));
@@ -270,13 +285,17 @@ TEST_F(RepositoryRequests, ListsBrowsesAndDeepSyncsRealBackups)
         EXPECT_TRUE(error.contains(c.expected)) << error.toStdString();
     }
 
-    // The local cache lost: the generation must be rebuilt before it is read.
+    // The local cache lost: the generation must be rebuilt before the new
+    // format reads it; the current one reads its runs from the storage alone.
     ASSERT_TRUE(
         QDir(sandbox.path(
                  QStringLiteral("data/cache/%1").arg(accountId.toString(QUuid::WithoutBraces))))
             .removeRecursively());
     EXPECT_TRUE(generations(bunch).value(0).deepSync());
-    EXPECT_TRUE(docs(byId).contains("deep sync")) << docs(byId).toStdString();
+    if (current())
+        EXPECT_EQ(docs(byId), QStringLiteral("/docs/a.txt /docs/b.txt"));
+    else
+        EXPECT_TRUE(docs(byId).contains("deep sync")) << docs(byId).toStdString();
     Repo::RepositoryRequest sync = in(bunch, generation.id());
     sync.setPassword(QStringLiteral("wrong horse"));
     const QString wrong = ask(Repo::StartDeepSync::CommandId, sync).error;
@@ -290,7 +309,7 @@ TEST_F(RepositoryRequests, ListsBrowsesAndDeepSyncsRealBackups)
 
 // A generation (or the bunch) is not removed, nor deep synced, while the
 // bunch's plan runs; afterwards one generation goes, then the whole bunch.
-TEST_F(RepositoryRequests, RemovalsWaitForTheRunAndEmptyTheListing)
+TEST_P(RepositoryRequests, RemovalsWaitForTheRunAndEmptyTheListing)
 {
     Orv::Info::Plan::BackupFile plan = backupPlan(QStringLiteral("Weekly"));
     const QString bunch = plan.id().toString(QUuid::WithoutBraces);
@@ -298,7 +317,8 @@ TEST_F(RepositoryRequests, RemovalsWaitForTheRunAndEmptyTheListing)
     backUp(plan.id());
     backUp(plan.id(), true);
     const QList<Info::Generation> before = generations(bunch);
-    ASSERT_EQ(before.size(), 2) << "a full run starts a generation";
+    // The current format keeps every run in one generation.
+    ASSERT_EQ(before.size(), current() ? 1 : 2) << "a full run starts a generation";
 
     plan.actions().pre().setEnabled(true);
     plan.actions().pre().setProgram(QStringLiteral("\"/bin/sleep\" 30"));
@@ -314,10 +334,15 @@ TEST_F(RepositoryRequests, RemovalsWaitForTheRunAndEmptyTheListing)
     }
     ASSERT_EQ(typed(V2Plan::StopPlan::CommandId, {{"planId", bunch}}).error, QString());
     waitIdle(plan.id());
-    EXPECT_EQ(generations(bunch).size(), 2) << "nothing was removed";
+    EXPECT_EQ(generations(bunch).size(), before.size()) << "nothing was removed";
 
     EXPECT_EQ(ask(Repo::RemoveDataGeneration::CommandId, in(bunch, before.first().id())).error,
               QString());
+    if (current()) {
+        EXPECT_TRUE(ask(Repo::GetBunchList::CommandId, {}).list.items().isEmpty());
+        EXPECT_EQ(filesUnder(sandbox.path(QStringLiteral("store"))), QStringList());
+        return;
+    }
     const QList<Info::Generation> after = generations(bunch);
     ASSERT_EQ(after.size(), 1);
     EXPECT_EQ(after.first().id(), before.last().id());
@@ -328,4 +353,159 @@ TEST_F(RepositoryRequests, RemovalsWaitForTheRunAndEmptyTheListing)
     EXPECT_EQ(ask(Repo::RemoveDataBunch::CommandId, in(bunch)).error, QString());
     EXPECT_TRUE(ask(Repo::GetBunchList::CommandId, {}).list.items().isEmpty());
     EXPECT_TRUE(ask(Repo::GetGenerationList::CommandId, in(bunch)).error.contains(bunch));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, RepositoryRequests, ::testing::Bool(),
+                         [](const auto& info) { return std::string(info.param ? "Cbf" : "Nbf"); });
+
+namespace {
+
+// The id of the plan the plan list shows under the name; null when none.
+QUuid planNamed(Sandbox& sandbox, const QString& name)
+{
+    ServiceRawClient client(sandbox.socketPath());
+    const auto reply = client.call(QLatin1String(Format::Plan::GetList::Name));
+    const QJsonArray rows = reply ? reply->value(QLatin1String(Format::Header::Data))
+                                        .toObject()
+                                        .value(QLatin1String(Format::Plan::GetList::Reply::Key))
+                                        .toArray()
+                                  : QJsonArray();
+    for (const QJsonValue& value : rows) {
+        const PlanObject row = PlanObject::fromRow(value.toObject());
+        if (row.displayName() == name)
+            return row.id();
+    }
+    return {};
+}
+
+// Every file below root by its path under it, with its content.
+QMap<QString, QByteArray> contents(const QString& root)
+{
+    QMap<QString, QByteArray> all;
+    for (const QString& path : filesUnder(root)) {
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
+        all.insert(path.mid(root.size()), file.readAll());
+    }
+    return all;
+}
+
+} // namespace
+
+// A current-format plan backs up twice, two hours apart by the service's
+// clock; a fresh machine that has only the account lists the plan and its
+// runs, and restores it by its name, as of the latest run and as of the
+// first, bit for bit.
+TEST(CurrentFormatRecovery, AFreshMachineListsAndRestoresAPlanItNeverHad)
+{
+    Sandbox first;
+    QProcessEnvironment clock;
+    clock.insert(QStringLiteral("ORV_TEST_CLOCK_FILE"), first.path(QStringLiteral("clock")));
+    first.writeFile(QStringLiteral("clock"), "0");
+    first.setServiceEnvironment(clock);
+    ASSERT_TRUE(first.startService());
+    const QUuid account = Plans::addFolderAccount(first);
+    const QString source = first.path(QStringLiteral("source"));
+    QByteArray data(3 * 1024 * 1024 + 11, Qt::Uninitialized);
+    for (int i = 0; i < data.size(); ++i)
+        data[i] = char((i * 7919) ^ (i >> 9));
+    first.writeFile(QStringLiteral("source/docs/a.txt"), "first");
+    first.writeFile(QStringLiteral("source/data.bin"), data);
+    first.writeFile(QStringLiteral("source/empty"), {});
+
+    Orv::Info::Plan::BackupFile plan;
+    plan.setId(QUuid::createUuid());
+    plan.setName(QStringLiteral("Home"));
+    plan.setStorage(account);
+    plan.setAccountId(account);
+    plan.setItems({source});
+    plan.encryption().setEnabled(true);
+    plan.encryption().setPassword(QLatin1String(kPassword));
+    ASSERT_EQ(Plans::savePlan(first, plan), QString());
+    auto backUp = [&] {
+        ASSERT_EQ(Plans::startPlan(first, plan.id()), QString());
+        const PlanObject done = Plans::waitIdle(first, plan.id());
+        ASSERT_EQ(done.lastRunStatus(), PlanResult(PlanResult::Success))
+            << done.lastRunMessage().toStdString();
+    };
+    backUp();
+    const QMap<QString, QByteArray> atFirst = contents(source);
+    first.writeFile(QStringLiteral("clock"), "7200");
+    data[1000000] = char(data[1000000] ^ 1);
+    first.writeFile(QStringLiteral("source/data.bin"), data);
+    first.writeFile(QStringLiteral("source/docs/a.txt"), "second");
+    first.writeFile(QStringLiteral("source/docs/b.txt"), "added");
+    backUp();
+    const QMap<QString, QByteArray> atLatest = contents(source);
+    first.stopService();
+
+    Sandbox fresh;
+    ASSERT_TRUE(fresh.startService());
+    const QString disk = fresh.path(QStringLiteral("disk"));
+    QDir().mkpath(disk);
+    Accounts::expectRun(Accounts::run(fresh, "account add filesystem -p desk -f",
+                                      {disk, QStringLiteral("--name"), QStringLiteral("Desk")}),
+                        Accounts::kSuccess);
+    // A folder account keeps its data in a folder named by the account's id:
+    // the new account is given the old one's, as a moved disk would be.
+    const QString folder =
+        QStringLiteral("/ORV_") +
+        Accounts::record(fresh, QStringLiteral("Desk")).value(QStringLiteral("ID")).toString();
+    ASSERT_TRUE(QDir(disk + folder).removeRecursively());
+    ASSERT_TRUE(QDir().rename(first.path(QStringLiteral("store/ORV_")) + account.toString(),
+                              disk + folder));
+    const RunResult listed = Accounts::run(fresh, "storage list -a Desk --all");
+    EXPECT_EQ(listed.exitCode, 0) << listed.err.toStdString() << listed.out.toStdString();
+    const QString out = QString::fromUtf8(listed.out);
+    EXPECT_TRUE(out.contains(QStringLiteral("\tBunch: Home ") +
+                             plan.id().toString(QUuid::WithoutBraces) + '\n'))
+        << listed.out.toStdString();
+    EXPECT_TRUE(out.contains(QStringLiteral(" cbf - Need deep sync - Encrypted\n")))
+        << listed.out.toStdString();
+    EXPECT_EQ(out.count(QStringLiteral("Restore point: (Full) ")), 1);
+    EXPECT_EQ(out.count(QStringLiteral("Restore point: (Incremental) ")), 1);
+
+    Repo::RepositoryRequest request;
+    request.setConnectionId(QUuid(
+        Accounts::record(fresh, QStringLiteral("Desk")).value(QStringLiteral("ID")).toString()));
+    request.setBunchId(plan.id().toString(QUuid::WithoutBraces));
+    const auto reply =
+        Plans::callTyped(fresh, Repo::GetBunchRestorePointList::CommandId, request.toJson());
+    ASSERT_EQ(Plans::errorOf(reply), QString());
+    Repo::ListResponse points;
+    points.fromJson(reply->value(QLatin1String(Format::Header::TypedResponse)).toObject());
+    ASSERT_EQ(points.items().size(), 2);
+    Info::RestorePoint firstRun;
+    ASSERT_TRUE(firstRun.fromJson(points.items().first().toObject()));
+
+    const struct
+    {
+        const char* name;
+        QStringList when;
+        QMap<QString, QByteArray> expected;
+    } restores[] = {
+        {"Latest", {QStringLiteral("--latest-version")}, atLatest},
+        {"First",
+         {QStringLiteral("--restore-point"),
+          firstRun.startDate().toLocalTime().toString(QStringLiteral("dd.MM.yyyy hh:mm"))},
+         atFirst},
+    };
+    for (const auto& restore : restores) {
+        SCOPED_TRACE(restore.name);
+        const QString to = fresh.path(QLatin1String(restore.name));
+        const RunResult created = Accounts::run(
+            fresh, "plan create_restore --account Desk --bunch Home --confirm",
+            QStringList{QStringLiteral("--name"), QLatin1String(restore.name),
+                        QStringLiteral("--restore-location"), to,
+                        QStringLiteral("--decryption-password"), QLatin1String(kPassword)} +
+                restore.when);
+        ASSERT_EQ(created.exitCode, 0) << created.out.toStdString() << created.err.toStdString();
+        const QUuid restorePlan = planNamed(fresh, QLatin1String(restore.name));
+        ASSERT_FALSE(restorePlan.isNull());
+        ASSERT_EQ(Plans::startPlan(fresh, restorePlan), QString());
+        const PlanObject done = Plans::waitIdle(fresh, restorePlan);
+        EXPECT_EQ(done.lastRunStatus(), PlanResult(PlanResult::Success))
+            << done.lastRunMessage().toStdString();
+        EXPECT_TRUE(contents(to + source) == restore.expected) << "not bit for bit";
+    }
 }

@@ -13,6 +13,13 @@ namespace Orv::Info::Repository {
 // Each travels as one JSON object; fromJson() is lenient about members it does
 // not know and refuses an object without an id.
 
+// The current backup format (cbf) is listed in the same objects: a backup
+// plan's data is a bunch (the plan's id and name), holding one generation of
+// this id whose restore points are the plan's runs (the first run and the
+// forced full ones Full, the others Incremental). A point of that generation
+// is a point in time: a restore takes each file's version as of that run.
+inline const QString kCurrentFormatGeneration = QStringLiteral("cbf");
+
 class Bunch
 {
 public:
