@@ -427,6 +427,46 @@ Status CurrentBrowser::check(const QString& plan, const QByteArray& password,
     return Status::success();
 }
 
+Status CurrentBrowser::checkPresence(const QString& plan, const QByteArray& password,
+                                     const QString& run, QStringList* problems) const
+{
+    problems->clear();
+    CurrentStore store(m_repository, plan);
+    Status status = open(store, password);
+    QList<Kel::Cloud::ObjectInfo> objects;
+    if (status.ok()) {
+        status =
+            store.backend().list(store.layout().plan(plan) + QStringLiteral("files/"), &objects);
+    }
+    if (!status.ok()) {
+        return status;
+    }
+    QSet<QString> present;
+    for (const Kel::Cloud::ObjectInfo& object : std::as_const(objects)) {
+        if (object.size != 0) {
+            present.insert(object.name);
+        }
+    }
+    ManifestHeader header;
+    const Status read = store.readManifest(run, &header, [&](const ManifestEntry& entry) {
+        if (!entry.node.isFile() || entry.version.isEmpty()) {
+            return true;
+        }
+        const QByteArray owner = entry.hardLinkTo.isEmpty() ? entry.path : entry.hardLinkTo;
+        for (const QString& version : {entry.version, entry.base}) {
+            if (!version.isEmpty() && !present.contains(store.versionName(owner, version))) {
+                problems->append(QStringLiteral("%1: its version %2 is missing")
+                                     .arg(QString::fromLocal8Bit(entry.path), version));
+            }
+        }
+        return true;
+    });
+    if (!read.ok()) {
+        problems->append(read.message);
+    }
+    return Status::success();
+}
+
 Status CurrentBrowser::remove(const QString& plan) const
 {
     CurrentStore store(m_repository, plan);

@@ -61,6 +61,11 @@ public:
     // version and the run. Each object is read once however many runs name it.
     Orv::Repository::Status check(const QString& plan, const QByteArray& password,
                                   QStringList* problems) const;
+    // What a run's consistency check costs: one listing of the plan's
+    // versions, and every version the run's manifest names (and the full
+    // version each builds on) must be in it and not empty. Nothing is read.
+    Orv::Repository::Status checkPresence(const QString& plan, const QByteArray& password,
+                                          const QString& run, QStringList* problems) const;
     // Removes the plan's manifests first, so that no half-removed run is ever
     // listed, then its versions, then its keys, and its local cache.
     Orv::Repository::Status remove(const QString& plan) const;

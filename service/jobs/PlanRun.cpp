@@ -219,27 +219,28 @@ RunOutcome PlanRun::runBackup()
                               ? m_request.notice
                               : outcome.message + QStringLiteral("; ") + m_request.notice;
     }
-    if (m_request.consistencyCheck && !m_stop && !outcome.result.isFailure() &&
-        (m_request.currentFormat || !result.generation.isEmpty()))
-        checkConsistency(repository, result.generation, &outcome);
+    // The new format checks the generation written into, the current one
+    // the run just committed.
+    const QString written = m_request.currentFormat ? result.point : result.generation;
+    if (m_request.consistencyCheck && !m_stop && !outcome.result.isFailure() && !written.isEmpty())
+        checkConsistency(repository, written, &outcome);
     return outcome;
 }
 
 void PlanRun::checkConsistency(const Orv::Repository::Repository& repository,
-                               const QString& generationId, RunOutcome* outcome)
+                               const QString& written, RunOutcome* outcome)
 {
     setStep(Step::Checking);
     std::unique_ptr<Orv::Repository::Generation> generation;
     QStringList problems;
     Kel::Cloud::Status status;
     if (m_request.currentFormat) {
-        // Every version the kept runs name, read whole.
         status = Orv::Engine::CurrentBrowser(repository)
-                     .check(m_request.backup.planId, m_request.backup.password, &problems);
+                     .checkPresence(m_request.backup.planId, m_request.backup.password, written,
+                                    &problems);
     } else {
-        status =
-            Orv::Repository::Generation::open(repository, m_request.backup.planId, generationId,
-                                              m_request.backup.password, &generation);
+        status = Orv::Repository::Generation::open(repository, m_request.backup.planId, written,
+                                                   m_request.backup.password, &generation);
         if (status.ok())
             status = generation->checkPresence(&problems);
     }

@@ -72,9 +72,10 @@ private:
     QString syncGenerations(const Orv::Repository::Repository& repository);
     // The current-format plans a restore takes, or why there are none.
     QString currentPlans(const Orv::Repository::Repository& repository, QStringList* plans);
-    // After a backup: every pack the restore points need is in the storage.
-    void checkConsistency(const Orv::Repository::Repository& repository,
-                          const QString& generationId, RunOutcome* outcome);
+    // After a backup: every object the restore points need is in the storage
+    // (written: the generation of a new-format run, the run of a current one).
+    void checkConsistency(const Orv::Repository::Repository& repository, const QString& written,
+                          RunOutcome* outcome);
     void setStep(Step step);
 
     RunRequest m_request;
