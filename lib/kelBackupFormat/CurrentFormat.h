@@ -140,6 +140,15 @@ public:
     bool next(QByteArray* data);
     bool atEnd() const { return m_last; }
 
+    // Passes over the next piece without opening it, so that an object at
+    // hand whole can be indexed from its piece headers alone: its length as
+    // written and whether it is the last. False past the last piece or at a
+    // header that cannot be read.
+    bool skip(quint64* rawLength);
+    // Goes to a piece found by skip(): its place in the object and where
+    // its header starts. next() reads it.
+    void seek(quint64 index, qint64 position);
+
 private:
     QIODevice* m_source;
     BlobCodec m_codec;
