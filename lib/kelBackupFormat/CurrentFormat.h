@@ -27,7 +27,9 @@ namespace Kel::Archive {
 // A version object holds the file's content in pieces, then, as its last
 // piece, its manifest entry (path, metadata as read, version), so that it
 // describes itself. Symlinks, folders and special files have no content:
-// they live in the manifests only.
+// they live in the manifests only. At block level a version may instead be
+// a delta on a full version, and a full version carries its block map after
+// its last piece (BlockMap.h).
 // Without encryption the path key is "p/" and the path's parts, escaped, so
 // that a listing shows the source tree's shape; with encryption it is "h/",
 // two hex digits and a keyed hash of the path, so that nothing of the names

@@ -118,6 +118,7 @@ BlockVersionWriter::Result BlockVersionWriter::write(int fd, const QString& name
     BlockMap map;
     Recipe recipe;
     QByteArray piece;
+    piece.reserve(int(kCurrentPiece));
     quint64 size = 0;
     quint64 fresh = 0;
     bool written = true;

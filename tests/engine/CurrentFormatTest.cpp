@@ -466,8 +466,9 @@ void insert(const QByteArray& path, qint64 offset, const QByteArray& data)
 
 // One changed block of a 200 MB file stores about one block; a forced full
 // run stores it whole; a few bytes inserted near its start store little,
-// since blocks are cut by content. Every point restores bit for bit, and a
-// damaged full version is named while the rest restores.
+// since blocks are cut by content; a file rewritten through is stored whole.
+// Every point restores bit for bit, and a damaged full version is named
+// while the rest restores.
 TEST_P(CurrentBlockTest, ChangedBlocksOfALargeFileAreAllThatIsStored)
 {
     constexpr qint64 kSize = 200 * 1000 * 1000;
@@ -501,11 +502,14 @@ TEST_P(CurrentBlockTest, ChangedBlocksOfALargeFileAreAllThatIsStored)
     EXPECT_GT(step("forced full", true), quint64(kSize));
     insert(big, 1000, "ten bytes!");
     EXPECT_LT(step("inserted near the start", false), kGenerous);
+    writeRandomFile(big, 20 * 1000 * 1000);
+    EXPECT_GT(step("rewritten", false), 20u * 1000 * 1000);
 
     // The unchanged run's point has the delta of the run before it.
     const QDateTime points[] = {start.addSecs(1), start.addSecs(2 * 3600 + 1),
-                                start.addSecs(3 * 3600 + 1), QDateTime()};
-    for (int i = 0; i < 4; ++i) {
+                                start.addSecs(3 * 3600 + 1), start.addSecs(4 * 3600 + 1),
+                                QDateTime()};
+    for (int i = 0; i < 5; ++i) {
         const QByteArray to = out(QStringLiteral("out-%1").arg(i));
         const RestoreResult r = restore(d, to, points[i]);
         ASSERT_TRUE(r.ok) << i << r.message.toStdString() << r.failed.join('\n').toStdString();
@@ -513,7 +517,7 @@ TEST_P(CurrentBlockTest, ChangedBlocksOfALargeFileAreAllThatIsStored)
         QProcess::execute("rm", {"-rf", QString::fromLocal8Bit(to)});
     }
 
-    // Versions of the file, oldest first: full, delta, full, delta.
+    // Versions of the file, oldest first: full, delta, full, delta, full.
     QStringList versions;
     QDirIterator it(dir.filePath("storage"), QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
@@ -522,7 +526,7 @@ TEST_P(CurrentBlockTest, ChangedBlocksOfALargeFileAreAllThatIsStored)
         }
     }
     versions.sort();
-    ASSERT_EQ(versions.size(), 4);
+    ASSERT_EQ(versions.size(), 5);
     QFile base(versions.at(2));
     ASSERT_TRUE(base.open(QIODevice::ReadWrite));
     base.seek(base.size() / 2);
@@ -531,14 +535,16 @@ TEST_P(CurrentBlockTest, ChangedBlocksOfALargeFileAreAllThatIsStored)
     base.write(QByteArray(1, char(byte ^ 1)));
     base.close();
     const QByteArray to = out("damaged");
-    const RestoreResult damaged = restore(d, to);
+    const RestoreResult damaged = restore(d, to, points[3]);
     ASSERT_EQ(damaged.failed.size(), 1) << damaged.failed.join('\n').toStdString();
     EXPECT_TRUE(damaged.failed.at(0).contains("big.bin: its base version") &&
                 damaged.failed.at(0).endsWith("is damaged"))
         << damaged.failed.at(0).toStdString();
-    auto want = states.last();
+    auto want = states.at(3);
     want.remove("/big.bin");
     EXPECT_EQ(describe(restored(to)), want);
+    const RestoreResult latest = restore(d, out("latest"));
+    EXPECT_TRUE(latest.ok) << "the rewritten file was stored whole, needing no base";
 }
 
 INSTANTIATE_TEST_SUITE_P(Folder, CurrentBlockTest, ::testing::Values(Storage::Folder),
