@@ -547,6 +547,52 @@ TEST_P(CurrentBlockTest, ChangedBlocksOfALargeFileAreAllThatIsStored)
     EXPECT_TRUE(latest.ok) << "the rewritten file was stored whole, needing no base";
 }
 
+// A full version whose block map does not open is no base: the next change
+// is stored whole, and the one after builds on that. A delta whose base is
+// gone is named; the rest restores.
+TEST_P(CurrentFaultTest, BadBlockMapsAndMissingBasesAreNoHarm)
+{
+    RunDescription d = run(true);
+    d.blockLevel = true;
+    QDateTime clock = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
+    d.now = [&clock] { return clock; };
+    const auto step = [&] {
+        clock = clock.addSecs(3600);
+        const RunResult r = backup(d);
+        EXPECT_EQ(r.outcome, RunResult::Outcome::Success) << r.message.toStdString();
+        return r.bytesUploaded;
+    };
+    step();
+    const QString storage = dir.filePath("storage/host1/cbf/" + d.planId);
+    const QString first = largestObject(storage);
+    QFile version(first);
+    ASSERT_TRUE(version.open(QIODevice::ReadWrite));
+    version.seek(version.size() - 20);
+    const char byte = version.read(1).at(0);
+    version.seek(version.size() - 20);
+    version.write(QByteArray(1, char(byte ^ 1)));
+    version.close();
+
+    const QByteArray large = source + "/large.bin";
+    overwrite(large, 5 * 1024 * 1024, "changed");
+    EXPECT_GT(step(), 9u * 1024 * 1024) << "stored whole";
+    overwrite(large, 2 * 1024 * 1024, "changed");
+    EXPECT_LT(step(), 4u * 1024 * 1024) << "a delta on the whole version";
+
+    QStringList versions = QDir(QFileInfo(first).path()).entryList(QDir::Files, QDir::Name);
+    ASSERT_EQ(versions.size(), 3);
+    ASSERT_TRUE(QFile::remove(QFileInfo(first).path() + '/' + versions.at(1)));
+    const QByteArray to = out("out");
+    const RestoreResult r = restore(d, to);
+    ASSERT_EQ(r.failed.size(), 1) << r.failed.join('\n').toStdString();
+    EXPECT_TRUE(r.failed.at(0).contains("large.bin: its base version") &&
+                r.failed.at(0).endsWith("is missing from the storage"))
+        << r.failed.at(0).toStdString();
+    auto want = describe(source);
+    want.remove("/large.bin");
+    EXPECT_EQ(describe(restored(to)), want);
+}
+
 INSTANTIATE_TEST_SUITE_P(Folder, CurrentBlockTest, ::testing::Values(Storage::Folder),
                          [](const auto&) { return std::string("Folder"); });
 
