@@ -228,6 +228,9 @@ bool PieceIndex::read(quint64 offset, quint64 length,
         }
         const Piece& p = m_pieces[std::size_t(index)];
         const quint64 from = offset - p.offset;
+        if (from > p.length) {
+            return false;
+        }
         const quint64 n = std::min(length, p.length - from);
         if (n > 0 && !sink(m_data.constData() + from, std::size_t(n))) {
             return false;
