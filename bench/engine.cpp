@@ -1,7 +1,8 @@
 // The engine's own figures for bench/engine.sh: one backup or one restore on
 // a folder account, compression and AES-256 on, the way a plan run would do
-// it; the new format, or the current one with ORV_BENCH_FORMAT=cbf. Prints
-// the outcome; time and memory are measured from outside.
+// it; the new format, or the current one with ORV_BENCH_FORMAT=cbf (at block
+// level with ORV_BENCH_BLOCKS=1). Prints the outcome; time and memory are
+// measured from outside.
 //
 //   bench_engine backup SOURCE STORAGE CACHE
 //   bench_engine restore STORAGE CACHE TARGET
@@ -63,6 +64,7 @@ int main(int argc, char** argv)
         d.algorithm = QStringLiteral("aes-256");
         d.password = password;
         d.threads = threads;
+        d.blockLevel = qgetenv("ORV_BENCH_BLOCKS") == "1";
         if (qEnvironmentVariableIsSet("ORV_BENCH_UPLOADS")) {
             d.uploadThreads = qEnvironmentVariableIntValue("ORV_BENCH_UPLOADS");
         }

@@ -375,4 +375,29 @@ bool PieceReader::next(QByteArray* data)
     return true;
 }
 
+bool PieceReader::skip(quint64* rawLength)
+{
+    char flagByte = 0;
+    quint64 storedLength = 0;
+    if (m_last || !m_source->getChar(&flagByte) || !readNumber(m_source, rawLength) ||
+        !readNumber(m_source, &storedLength) || storedLength > (1u << 30) ||
+        *rawLength > (1u << 30)) {
+        return false;
+    }
+    const qint64 end = m_source->pos() + qint64(storedLength);
+    if (end > m_source->size() || !m_source->seek(end)) {
+        return false;
+    }
+    ++m_index;
+    m_last = quint8(flagByte) & kLast;
+    return true;
+}
+
+void PieceReader::seek(quint64 index, qint64 position)
+{
+    m_source->seek(position);
+    m_index = index;
+    m_last = false;
+}
+
 } // namespace Kel::Archive

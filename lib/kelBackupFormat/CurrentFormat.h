@@ -27,7 +27,9 @@ namespace Kel::Archive {
 // A version object holds the file's content in pieces, then, as its last
 // piece, its manifest entry (path, metadata as read, version), so that it
 // describes itself. Symlinks, folders and special files have no content:
-// they live in the manifests only.
+// they live in the manifests only. At block level a version may instead be
+// a delta on a full version, and a full version carries its block map after
+// its last piece (BlockMap.h).
 // Without encryption the path key is "p/" and the path's parts, escaped;
 // with encryption it is "e/" and, for each part, a keyed digest of the path
 // up to that part: either way a listing of the storage shows the source
@@ -148,6 +150,15 @@ public:
     // The next piece; false at a damaged piece or past the last one.
     bool next(QByteArray* data);
     bool atEnd() const { return m_last; }
+
+    // Passes over the next piece without opening it, so that an object at
+    // hand whole can be indexed from its piece headers alone: its length as
+    // written and whether it is the last. False past the last piece or at a
+    // header that cannot be read.
+    bool skip(quint64* rawLength);
+    // Goes to a piece found by skip(): its place in the object and where
+    // its header starts. next() reads it.
+    void seek(quint64 index, qint64 position);
 
 private:
     QIODevice* m_source;

@@ -2,6 +2,7 @@
 
 #include "kelBackupFormat/Bytes.h"
 #include "orvRepository/CurrentCache.h"
+#include "service/engine/CurrentBlocks.h"
 #include "service/engine/CurrentStore.h"
 #include "service/engine/EntryNodes.h"
 #include "service/engine/SourceWalker.h"
@@ -43,6 +44,17 @@ bool unchanged(const Node& now, const ManifestEntry& before)
            b.inode == now.inode && b.device == now.device;
 }
 
+// The run of the last full version of a path, that a block-level version of
+// it may build on: the version itself, or the one a delta builds on. Deltas
+// never build on deltas, so that a restore needs two objects at most.
+QString fullVersion(const ManifestEntry& before)
+{
+    if (!before.node.isFile() || !before.hardLinkTo.isEmpty()) {
+        return QString();
+    }
+    return before.base.isEmpty() ? before.version : before.base;
+}
+
 Status retried(const RunDescription& d, const std::function<Status()>& call)
 {
     Status status = call();
@@ -73,6 +85,61 @@ qint64 readPiece(int fd, QByteArray* buffer)
     return filled;
 }
 
+QString temporaryTemplate(const RunDescription& d)
+{
+    return (d.temporaryPath.isEmpty() ? QDir::tempPath() : d.temporaryPath) +
+           QStringLiteral("/orv-cbf-XXXXXX");
+}
+
+// Where a version object is built before it is stored: memory, or a
+// temporary file when the file is large.
+class VersionSink
+{
+public:
+    VersionSink(const RunDescription& d, quint64 size) : m_file(temporaryTemplate(d))
+    {
+        reset(qint64(size) > kCurrentInMemory);
+    }
+
+    QIODevice* device() { return m_device; }
+    // Empty again, for a version started over.
+    void reset(bool large)
+    {
+        if (large && (m_file.isOpen() || m_file.open()) && m_file.resize(0) && m_file.seek(0)) {
+            m_device = &m_file;
+            return;
+        }
+        m_memory.close();
+        m_memory.setData(QByteArray());
+        m_memory.open(QIODevice::ReadWrite);
+        m_device = &m_memory;
+    }
+    Status store(Kel::Cloud::Backend& backend, const QString& name, const RunDescription& d)
+    {
+        if (m_device == &m_memory) {
+            return retried(d, [&] { return backend.write(name, m_memory.data()); });
+        }
+        const qint64 size = m_file.size();
+        return retried(d, [&] {
+            m_file.seek(0);
+            return backend.write(name, &m_file, size);
+        });
+    }
+
+private:
+    QBuffer m_memory;
+    QTemporaryFile m_file;
+    QIODevice* m_device = &m_memory;
+};
+
+// A changed file for an uploader, and the run of the full version it may be
+// stored against at block level (empty: whole).
+struct Upload
+{
+    ManifestEntry entry;
+    QString base;
+};
+
 } // namespace
 
 // Threads that each take a changed file, read it, turn it into its version
@@ -94,11 +161,11 @@ public:
 
     ~Uploader() { finish(); }
 
-    void add(const ManifestEntry& entry)
+    void add(const ManifestEntry& entry, const QString& base)
     {
         std::unique_lock lock(m_mutex);
         m_room.wait(lock, [this] { return m_queue.size() < kQueuedFiles || !m_failure.ok(); });
-        m_queue.push_back(entry);
+        m_queue.push_back({entry, base});
         m_ready.notify_one();
     }
 
@@ -138,22 +205,23 @@ private:
             return;
         }
         QByteArray buffer;
+        BlockVersionWriter blocks(m_keys, m_archiver.m_description.compression);
         for (;;) {
-            ManifestEntry entry;
+            Upload upload;
             {
                 std::unique_lock lock(m_mutex);
                 m_ready.wait(lock, [this] { return !m_queue.empty() || m_done; });
                 if (m_queue.empty()) {
                     return;
                 }
-                entry = std::move(m_queue.front());
+                upload = std::move(m_queue.front());
                 m_queue.pop_front();
                 m_room.notify_one();
                 if (!m_failure.ok() || m_archiver.m_stop) {
                     continue;
                 }
             }
-            status = store(*backend, versionName(entry.path), &entry, &buffer);
+            status = store(*backend, upload, &buffer, &blocks);
             if (!status.ok()) {
                 fail(status);
             }
@@ -168,19 +236,22 @@ private:
         m_room.notify_all();
     }
 
-    QString versionName(const QByteArray& path) const
+    QString versionName(const QByteArray& path, const QString& run) const
     {
         const Kel::Archive::CurrentLayout layout(m_archiver.m_repository.location().prefix);
         return layout.version(m_archiver.m_description.planId,
-                              Kel::Archive::CurrentLayout::pathKey(path, m_keys.idKey), m_run);
+                              Kel::Archive::CurrentLayout::pathKey(path, m_keys.idKey), run);
     }
+
+    using Result = BlockVersionWriter::Result;
 
     // Stores one file's version; a file that cannot be read is a warning and
     // is left out of the run, a storage failure ends the run.
-    Status store(Kel::Cloud::Backend& backend, const QString& name, ManifestEntry* entry,
-                 QByteArray* buffer)
+    Status store(Kel::Cloud::Backend& backend, Upload& upload, QByteArray* buffer,
+                 BlockVersionWriter* blocks)
     {
         const RunDescription& d = m_archiver.m_description;
+        ManifestEntry* entry = &upload.entry;
         int fd = ::open(entry->path.constData(), O_RDONLY | O_CLOEXEC | O_NOATIME);
         if (fd < 0 && errno == EPERM) {
             fd = ::open(entry->path.constData(), O_RDONLY | O_CLOEXEC);
@@ -190,28 +261,54 @@ private:
             return Status::success();
         }
         posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
-        const bool large = qint64(entry->node.size) > kCurrentInMemory;
-        QBuffer memory;
-        QTemporaryFile file(d.temporaryPath.isEmpty()
-                                ? QDir::tempPath() + QStringLiteral("/orv-cbf-XXXXXX")
-                                : d.temporaryPath + QStringLiteral("/orv-cbf-XXXXXX"));
-        QIODevice* sink = &memory;
-        if (large && file.open()) {
-            sink = &file;
-        } else {
-            memory.open(QIODevice::ReadWrite);
+        const quint64 expected = entry->node.size;
+        const QString name = versionName(entry->path, m_run);
+        VersionSink sink(d, expected);
+        // A file with hard links is stored whole: its links share its version
+        // before the version is known to be a delta.
+        const bool blockLevel =
+            d.blockLevel && expected >= kBlockLevelMinimum && entry->node.links <= 1;
+        int error = 0;
+        const Result result = blockLevel
+                                  ? writeBlocks(backend, fd, name, &upload, &sink, blocks, &error)
+                                  : writeWhole(fd, name, entry, sink.device(), buffer, &error);
+        ::close(fd);
+        if (result == Result::ReadFailed) {
+            skip(entry->path, QString::fromLocal8Bit(strerror(error)));
+            return Status::success();
         }
-        Kel::Archive::PieceWriter writer(sink, m_keys, d.compression, name, QByteArray());
+        if (result != Result::Stored) {
+            return failure(QStringLiteral("Cannot write a temporary file: %1")
+                               .arg(sink.device()->errorString()));
+        }
+        const qint64 stored = sink.device()->size();
+        const Status status = sink.store(backend, name, d);
+        if (!status.ok()) {
+            return status;
+        }
+        m_archiver.m_progress.bytesUploaded += quint64(stored);
+        ++m_archiver.m_progress.filesRead;
+        // A file that grew or shrank while it was read is kept as read; a
+        // delta names its base. The walk put the entry as it saw it.
+        if (entry->node.size != expected || !entry->base.isEmpty()) {
+            m_cache.put(*entry);
+        }
+        return Status::success();
+    }
+
+    Result writeWhole(int fd, const QString& name, ManifestEntry* entry, QIODevice* sink,
+                      QByteArray* buffer, int* error)
+    {
+        Kel::Archive::PieceWriter writer(sink, m_keys, m_archiver.m_description.compression, name,
+                                         QByteArray());
         buffer->resize(int(std::min<qint64>(kCurrentPiece, qint64(entry->node.size) + 1)));
         quint64 size = 0;
         bool written = true;
         for (;;) {
             const qint64 n = readPiece(fd, buffer);
             if (n < 0) {
-                const QString reason = QString::fromLocal8Bit(strerror(errno));
-                ::close(fd);
-                skip(entry->path, reason);
-                return Status::success();
+                *error = errno;
+                return Result::ReadFailed;
             }
             if (n > 0) {
                 written = written && writer.write(buffer->constData(), std::size_t(n), false);
@@ -225,32 +322,38 @@ private:
                 buffer->resize(int(kCurrentPiece));
             }
         }
-        ::close(fd);
-        // A file that grew or shrank while it was read is kept as read.
-        const bool resized = size != entry->node.size;
         entry->node.size = size;
         written = written && writer.write(entry->encode(), true);
-        if (!written) {
-            return failure(
-                QStringLiteral("Cannot write a temporary file: %1").arg(sink->errorString()));
-        }
-        const qint64 stored = sink->size();
-        const Status status = retried(d, [&] {
-            if (sink == &memory) {
-                return backend.write(name, memory.data());
+        return written ? Result::Stored : Result::WriteFailed;
+    }
+
+    // A delta against the full version the walk proposed when that version
+    // has a block map, else a full version with its map.
+    Result writeBlocks(Kel::Cloud::Backend& backend, int fd, const QString& name, Upload* upload,
+                       VersionSink* sink, BlockVersionWriter* blocks, int* error)
+    {
+        ManifestEntry* entry = &upload->entry;
+        BlockBase base{upload->base, {}};
+        const bool delta =
+            !base.run.isEmpty() &&
+            fetchBlockMap(backend, versionName(entry->path, base.run), m_keys, &base.map);
+        std::atomic<quint64>* read = &m_archiver.m_progress.bytesRead;
+        Result result =
+            blocks->write(fd, name, delta ? &base : nullptr, sink->device(), entry, read);
+        if (result == Result::NotWorthIt) {
+            // Too much changed for a delta: stored whole, and later deltas
+            // build on this version.
+            if (::lseek(fd, 0, SEEK_SET) != 0) {
+                *error = errno;
+                return Result::ReadFailed;
             }
-            file.seek(0);
-            return backend.write(name, &file, stored);
-        });
-        if (!status.ok()) {
-            return status;
+            sink->reset(qint64(entry->node.size) > kCurrentInMemory);
+            result = blocks->write(fd, name, nullptr, sink->device(), entry, read);
         }
-        m_archiver.m_progress.bytesUploaded += quint64(stored);
-        ++m_archiver.m_progress.filesRead;
-        if (resized) {
-            m_cache.put(*entry);
+        if (result == Result::ReadFailed) {
+            *error = blocks->readError();
         }
-        return Status::success();
+        return result;
     }
 
     void skip(const QByteArray& path, const QString& reason)
@@ -281,7 +384,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_ready;
     std::condition_variable m_room;
-    std::deque<ManifestEntry> m_queue;
+    std::deque<Upload> m_queue;
     bool m_done = false;
     Status m_failure;
 };
@@ -334,18 +437,21 @@ public:
             other.path != entry.path) {
             entry.hardLinkTo = other.path;
             entry.version = other.version;
+            entry.base = other.base;
             m_cache.put(entry);
             return;
         }
-        if (!m_archiver.m_description.forceFull && m_cache.previous(entry.path, &other) &&
-            unchanged(entry.node, other)) {
+        const bool known =
+            !m_archiver.m_description.forceFull && m_cache.previous(entry.path, &other);
+        if (known && unchanged(entry.node, other)) {
             entry.version = other.version;
+            entry.base = other.base;
             m_cache.put(entry);
             return;
         }
         entry.version = m_run;
         m_cache.put(entry);
-        m_uploader.add(entry);
+        m_uploader.add(entry, known ? fullVersion(other) : QString());
     }
 
     void problem(const QByteArray& path, const QString& reason) override

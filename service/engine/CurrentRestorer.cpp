@@ -1,5 +1,6 @@
 #include "service/engine/CurrentRestorer.h"
 
+#include "service/engine/CurrentBlocks.h"
 #include "service/engine/CurrentStore.h"
 #include "service/engine/EntryNodes.h"
 
@@ -120,6 +121,17 @@ private:
     QString restore(Kel::Cloud::Backend& backend, const FileJob& job)
     {
         const ManifestEntry& entry = job.entry;
+        if (!entry.base.isEmpty()) {
+            const QString why =
+                restoreDelta(backend, m_store, entry, job.owner, [&](QString* error) {
+                    return m_target.openFile(job.place, entry.node, error);
+                });
+            if (why.isEmpty()) {
+                ++m_restorer.filesDone;
+                m_restorer.bytesDone += entry.node.size;
+            }
+            return why;
+        }
         const QString name = m_store.versionName(job.owner, entry.version);
         QBuffer memory;
         QTemporaryFile file(QDir::tempPath() + QStringLiteral("/orv-cbf-XXXXXX"));

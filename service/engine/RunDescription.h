@@ -21,6 +21,9 @@ struct RunDescription
     QByteArray password;
     QByteArray hint;
     bool forceFull = false;
+    // Current format: a changed large file is stored as the blocks that
+    // changed against its last full version; forceFull stores them whole.
+    bool blockLevel = false;
 
     int threads = 2;
     qint64 memoryLimit = 1024 * 1024 * 1024; // the memory setting: a cap, not a target

@@ -138,6 +138,7 @@ bool describeBackup(const BackupFile& plan, const RunSettings& settings, bool lo
         d.hint = QByteArray::fromBase64(plan.encryption().hint());
     }
     d.forceFull = forceFull;
+    d.blockLevel = request->currentFormat && plan.useDifferentialUpload();
     d.threads = settings.threads;
     d.memoryLimit = settings.memoryLimit;
     d.bandwidth = local ? settings.localBandwidth : settings.cloudBandwidth;
@@ -154,9 +155,6 @@ bool describeBackup(const BackupFile& plan, const RunSettings& settings, bool lo
             plan.retentionPolicy().useDeleteLocaly())
             notices << QStringLiteral("The retention of file versions is not applied yet: "
                                       "no version was deleted");
-        if (plan.useDifferentialUpload())
-            notices << QStringLiteral("Block-level backup is not built yet: changed files were "
-                                      "stored whole");
         request->notice = notices.join(QStringLiteral("; "));
         d.retention = {};
     }

@@ -201,14 +201,30 @@ protected:
 };
 
 // Three runs an hour apart with changes between them, an unchanged run that
-// stores only its manifest, then the state at each point in time.
+// stores only its manifest, then the state at each point in time. At block
+// level the last run stores the large file's one changed block.
 TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
 {
-    for (const bool encrypted : {false, true}) {
-        SCOPED_TRACE(encrypted ? "compressed and encrypted" : "plain");
-        source = QFile::encodeName(dir.filePath(encrypted ? "source-e" : "source-p"));
+    struct Row
+    {
+        const char* name;
+        bool encrypted;
+        bool blocks;
+    };
+    const Row rows[] = {{"plain", false, false},
+                        {"compressed and encrypted", true, false},
+                        {"compressed and encrypted, block level", true, true}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const bool encrypted = row.encrypted;
+        const QString tag = QString::number(&row - rows);
+        source = QFile::encodeName(dir.filePath("source-" + tag));
         makeTree(source);
         RunDescription d = run(encrypted);
+        d.blockLevel = row.blocks;
+        if (row.blocks) {
+            d.planId = QStringLiteral("7a2b3c4d-0000-4000-8000-000000000003");
+        }
         QDateTime clock = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
         d.now = [&clock] { return clock; };
         QList<QMap<QByteArray, QByteArray>> states;
@@ -218,7 +234,7 @@ TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
         EXPECT_TRUE(first.full);
         EXPECT_GT(first.bytesUploaded, encrypted ? 9000000u : 9400000u);
         states.append(describe(source));
-        if (GetParam() == Storage::Folder && !encrypted) {
+        if (GetParam() == Storage::Folder && !encrypted && !row.blocks) {
             const QString files = dir.filePath("storage/host1/cbf/" + d.planId + "/files/p");
             EXPECT_TRUE(
                 QDir(files + QString::fromLocal8Bit(source) + "/bad%ff%fe name%40%25").exists())
@@ -248,13 +264,17 @@ TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
         large.write("X");
         large.close();
         ASSERT_TRUE(QDir(QString::fromLocal8Bit(source + "/empty folder")).removeRecursively());
-        ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+        const RunResult third = backup(d);
+        ASSERT_EQ(third.outcome, RunResult::Outcome::Success) << third.message.toStdString();
+        if (row.blocks) {
+            EXPECT_LT(third.bytesUploaded, 4u * 1024 * 1024) << "one block of 9 MiB";
+        }
         states.append(describe(source));
 
         const QDateTime start = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
         const QDateTime times[] = {start.addSecs(1799), start.addSecs(3600 + 1), QDateTime()};
         for (int i = 0; i < 3; ++i) {
-            const QByteArray to = out(QStringLiteral("out-%1-%2").arg(encrypted).arg(i));
+            const QByteArray to = out(QStringLiteral("out-%1-%2").arg(tag).arg(i));
             const RestoreResult r = restore(d, to, times[i]);
             ASSERT_TRUE(r.ok) << i << r.message.toStdString() << r.failed.join('\n').toStdString();
             EXPECT_EQ(describe(restored(to)), states.at(i)) << "point " << i;
@@ -265,7 +285,7 @@ TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
 
         // One chosen folder of the first run, into a folder that has one of
         // its files already: skipped, as asked.
-        const QByteArray to = out(QStringLiteral("chosen-%1").arg(encrypted));
+        const QByteArray to = out(QStringLiteral("chosen-%1").arg(tag));
         const QByteArray bottom = "/deep/level0/level1";
         QDir().mkpath(QString::fromLocal8Bit(restored(to) + bottom));
         RestoreDescription r;
@@ -423,6 +443,182 @@ TEST_P(CurrentFaultTest, KilledRunsLeaveEveryEarlierRunRestorable)
     ASSERT_TRUE(restore(d, to).ok);
     EXPECT_EQ(describe(restored(to)), describe(source));
 }
+
+// Block level on a large file, on the folder, where the test reaches the
+// stored objects.
+using CurrentBlockTest = CurrentFormatTest;
+
+// Random bytes from the system, fast enough for hundreds of MiB.
+QByteArray randomSlice(int size)
+{
+    QFile random(QStringLiteral("/dev/urandom"));
+    return random.open(QIODevice::ReadOnly) ? random.read(size) : QByteArray();
+}
+
+void writeRandomFile(const QByteArray& path, qint64 size)
+{
+    QFile file(QString::fromLocal8Bit(path));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    for (qint64 done = 0; done < size;) {
+        const int n = int(std::min<qint64>(size - done, 8 * 1024 * 1024));
+        ASSERT_EQ(file.write(randomSlice(n)), n);
+        done += n;
+    }
+}
+
+void overwrite(const QByteArray& path, qint64 offset, const QByteArray& data)
+{
+    const int fd = ::open(path.constData(), O_WRONLY);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::pwrite(fd, data.constData(), std::size_t(data.size()), offset), data.size());
+    ::close(fd);
+}
+
+// A copy of the file with bytes inserted at an offset, put in its place.
+void insert(const QByteArray& path, qint64 offset, const QByteArray& data)
+{
+    QFile from(QString::fromLocal8Bit(path));
+    QFile to(QString::fromLocal8Bit(path + ".new"));
+    ASSERT_TRUE(from.open(QIODevice::ReadOnly) && to.open(QIODevice::WriteOnly));
+    to.write(from.read(offset) + data);
+    while (!from.atEnd()) {
+        to.write(from.read(8 * 1024 * 1024));
+    }
+    to.close();
+    ASSERT_EQ(::rename((path + ".new").constData(), path.constData()), 0);
+}
+
+// One changed block of a 200 MB file stores about one block; a forced full
+// run stores it whole; a few bytes inserted near its start store little,
+// since blocks are cut by content; a file rewritten through is stored whole.
+// Every point restores bit for bit, and a damaged full version is named
+// while the rest restores.
+TEST_P(CurrentBlockTest, ChangedBlocksOfALargeFileAreAllThatIsStored)
+{
+    constexpr qint64 kSize = 200 * 1000 * 1000;
+    constexpr quint64 kGenerous = 16 * 1024 * 1024;
+    const QByteArray big = source + "/big.bin";
+    writeRandomFile(big, kSize);
+    RunDescription d = run(false);
+    d.blockLevel = true;
+    const QDateTime start = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
+    QDateTime clock = start;
+    d.now = [&clock] { return clock; };
+    QList<QMap<QByteArray, QByteArray>> states;
+    const auto step = [&](const char* what, bool forceFull) {
+        SCOPED_TRACE(what);
+        d.forceFull = forceFull;
+        const RunResult r = backup(d);
+        EXPECT_EQ(r.outcome, RunResult::Outcome::Success) << r.message.toStdString();
+        states.append(describe(source));
+        clock = clock.addSecs(3600);
+        return r.bytesUploaded;
+    };
+
+    EXPECT_GT(step("first", false), quint64(kSize));
+    overwrite(big, kSize / 2, randomSlice(4096));
+    EXPECT_LT(step("one block changed", false), kGenerous);
+    const RunResult unchanged = backup(d);
+    ASSERT_EQ(unchanged.outcome, RunResult::Outcome::Success);
+    EXPECT_EQ(unchanged.filesRead, 0u) << "a delta taken over as it is";
+    clock = clock.addSecs(3600);
+    overwrite(big, kSize / 4, randomSlice(4096));
+    EXPECT_GT(step("forced full", true), quint64(kSize));
+    insert(big, 1000, "ten bytes!");
+    EXPECT_LT(step("inserted near the start", false), kGenerous);
+    writeRandomFile(big, 20 * 1000 * 1000);
+    EXPECT_GT(step("rewritten", false), 20u * 1000 * 1000);
+
+    // The unchanged run's point has the delta of the run before it.
+    const QDateTime points[] = {start.addSecs(1), start.addSecs(2 * 3600 + 1),
+                                start.addSecs(3 * 3600 + 1), start.addSecs(4 * 3600 + 1),
+                                QDateTime()};
+    for (int i = 0; i < 5; ++i) {
+        const QByteArray to = out(QStringLiteral("out-%1").arg(i));
+        const RestoreResult r = restore(d, to, points[i]);
+        ASSERT_TRUE(r.ok) << i << r.message.toStdString() << r.failed.join('\n').toStdString();
+        EXPECT_EQ(describe(restored(to)), states.at(i)) << "point " << i;
+        QProcess::execute("rm", {"-rf", QString::fromLocal8Bit(to)});
+    }
+
+    // Versions of the file, oldest first: full, delta, full, delta, full.
+    QStringList versions;
+    QDirIterator it(dir.filePath("storage"), QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        if (it.next().contains("/big.bin/@")) {
+            versions.append(it.filePath());
+        }
+    }
+    versions.sort();
+    ASSERT_EQ(versions.size(), 5);
+    QFile base(versions.at(2));
+    ASSERT_TRUE(base.open(QIODevice::ReadWrite));
+    base.seek(base.size() / 2);
+    const char byte = base.read(1).at(0);
+    base.seek(base.size() / 2);
+    base.write(QByteArray(1, char(byte ^ 1)));
+    base.close();
+    const QByteArray to = out("damaged");
+    const RestoreResult damaged = restore(d, to, points[3]);
+    ASSERT_EQ(damaged.failed.size(), 1) << damaged.failed.join('\n').toStdString();
+    EXPECT_TRUE(damaged.failed.at(0).contains("big.bin: its base version") &&
+                damaged.failed.at(0).endsWith("is damaged"))
+        << damaged.failed.at(0).toStdString();
+    auto want = states.at(3);
+    want.remove("/big.bin");
+    EXPECT_EQ(describe(restored(to)), want);
+    const RestoreResult latest = restore(d, out("latest"));
+    EXPECT_TRUE(latest.ok) << "the rewritten file was stored whole, needing no base";
+}
+
+// A full version whose block map does not open is no base: the next change
+// is stored whole, and the one after builds on that. A delta whose base is
+// gone is named; the rest restores.
+TEST_P(CurrentFaultTest, BadBlockMapsAndMissingBasesAreNoHarm)
+{
+    RunDescription d = run(true);
+    d.blockLevel = true;
+    QDateTime clock = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
+    d.now = [&clock] { return clock; };
+    const auto step = [&] {
+        clock = clock.addSecs(3600);
+        const RunResult r = backup(d);
+        EXPECT_EQ(r.outcome, RunResult::Outcome::Success) << r.message.toStdString();
+        return r.bytesUploaded;
+    };
+    step();
+    const QString storage = dir.filePath("storage/host1/cbf/" + d.planId);
+    const QString first = largestObject(storage);
+    QFile version(first);
+    ASSERT_TRUE(version.open(QIODevice::ReadWrite));
+    version.seek(version.size() - 20);
+    const char byte = version.read(1).at(0);
+    version.seek(version.size() - 20);
+    version.write(QByteArray(1, char(byte ^ 1)));
+    version.close();
+
+    const QByteArray large = source + "/large.bin";
+    overwrite(large, 5 * 1024 * 1024, "changed");
+    EXPECT_GT(step(), 9u * 1024 * 1024) << "stored whole";
+    overwrite(large, 2 * 1024 * 1024, "changed");
+    EXPECT_LT(step(), 4u * 1024 * 1024) << "a delta on the whole version";
+
+    QStringList versions = QDir(QFileInfo(first).path()).entryList(QDir::Files, QDir::Name);
+    ASSERT_EQ(versions.size(), 3);
+    ASSERT_TRUE(QFile::remove(QFileInfo(first).path() + '/' + versions.at(1)));
+    const QByteArray to = out("out");
+    const RestoreResult r = restore(d, to);
+    ASSERT_EQ(r.failed.size(), 1) << r.failed.join('\n').toStdString();
+    EXPECT_TRUE(r.failed.at(0).contains("large.bin: its base version") &&
+                r.failed.at(0).endsWith("is missing from the storage"))
+        << r.failed.at(0).toStdString();
+    auto want = describe(source);
+    want.remove("/large.bin");
+    EXPECT_EQ(describe(restored(to)), want);
+}
+
+INSTANTIATE_TEST_SUITE_P(Folder, CurrentBlockTest, ::testing::Values(Storage::Folder),
+                         [](const auto&) { return std::string("Folder"); });
 
 INSTANTIATE_TEST_SUITE_P(Folder, CurrentFaultTest, ::testing::Values(Storage::Folder),
                          [](const auto&) { return std::string("Folder"); });
