@@ -216,8 +216,9 @@ TEST_F(ChannelTest, RealServiceAnswersThePlanListInBothKinds)
     EXPECT_EQ(typed->status(), V2::Command::Done) << typed->errorMessage().toStdString();
     const auto response = typedResponse(*typed);
     ASSERT_TRUE(response);
-    ASSERT_EQ(response->planList().size(), 1);
-    EXPECT_EQ(rowName(response->planList(), 0), QStringLiteral("Daily"));
+    // The same rows both ways, each with its plan document.
+    EXPECT_EQ(response->planList(), rows);
+    EXPECT_TRUE(rows.at(0).toObject().contains(key(Format::Plan::DataType::Info::PlanXml)));
 
     EXPECT_EQ(sandbox.stopService(), 0);
 }

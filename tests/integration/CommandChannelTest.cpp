@@ -1,19 +1,18 @@
-#include "support/FakeOrvd.h"
-#include "support/Sandbox.h"
-#include "unit/StdoutCapture.h"
+#include "CommandChannel.h"
 
 #include "Application.h"
-#include "CommandChannel.h"
 #include "CommandGroupBase.h"
 #include "CommonHelpers.h"
 #include "Console.h"
 #include "orvCommon/AppPath.h"
 #include "orvCommon/Communication/Format.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
+#include "support/FakeOrvd.h"
+#include "support/Sandbox.h"
+#include "unit/StdoutCapture.h"
 
 #include <QEventLoop>
 #include <QTimer>
-
 #include <gtest/gtest.h>
 
 using namespace Orv::CLI;
@@ -36,12 +35,9 @@ public:
         return Started;
     }
 
-    int attempts = 0;
-
 private:
     void send()
     {
-        ++attempts;
         try {
             auto request = QSharedPointer<Plan::GetPlanList::Request>::create();
             request->setProfile(QStringLiteral("tester"));
@@ -111,22 +107,18 @@ public:
         : Application(QStringList{QStringLiteral("orvV2")} + words)
     {
         auto root = QSharedPointer<CommandGroupBase>::create(QString(), QString());
-        typed = QSharedPointer<TypedProbe>::create();
-        root->addSubItem(typed);
+        root->addSubItem(QSharedPointer<TypedProbe>::create());
         root->addSubItem(QSharedPointer<NamedProbe>::create());
         setRootGroup(root);
     }
 
     void onStarted() override { checkAndProcess(); }
-
-    QSharedPointer<TypedProbe> typed;
 };
 
 struct Outcome
 {
     int result;
     QByteArray printed;
-    int attempts;
 };
 
 // Runs one command line through the application as main() does, with the
@@ -143,7 +135,7 @@ Outcome runProbe(const QString& socket, const QString& word)
     QTimer::singleShot(20000, &loop, &QEventLoop::quit);
     application.start();
     loop.exec();
-    return {application.result(), capture.take(), application.typed->attempts};
+    return {application.result(), capture.take()};
 }
 
 class CommandChannelTest : public ::testing::Test
@@ -216,25 +208,6 @@ TEST_F(CommandChannelTest, NoServiceEndsTheRunWithAnErrorAtOnce)
     } catch (const QString& message) {
         EXPECT_EQ(message, QStringLiteral("The backup service is not running"));
     }
-}
-
-TEST_F(CommandChannelTest, TryLaterIsSentAgainUntilTheServiceAnswers)
-{
-    const QString socket =
-        startFake(QStringLiteral("retry"), {QStringLiteral("--retries"), QStringLiteral("2")});
-    const Outcome outcome = runProbe(socket, QStringLiteral("typed"));
-    EXPECT_EQ(outcome.result, 0);
-    EXPECT_EQ(outcome.attempts, 3);
-    EXPECT_EQ(outcome.printed, QByteArray("plans: 1\n"));
-}
-
-TEST_F(CommandChannelTest, FailedTypedCommandReportsTheServiceMessage)
-{
-    const QString socket = startFake(QStringLiteral("failed"));
-    const Outcome outcome = runProbe(socket, QStringLiteral("typed"));
-    EXPECT_EQ(outcome.result, -1);
-    EXPECT_FALSE(outcome.printed.isEmpty());
-    EXPECT_FALSE(outcome.printed.contains("Success."));
 }
 
 TEST_F(CommandChannelTest, MalformedNamedReplyIsAFormatError)

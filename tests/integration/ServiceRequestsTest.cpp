@@ -4,18 +4,14 @@
 #include "integration/ServiceRawClient.h"
 #include "kelCore/AtomicFile.h"
 #include "orvCommon/Communication/Format.h"
-#include "orvCommon/Communication/ICommand.h"
-#include "orvCommon/Communication/Manager.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
 #include "support/Sandbox.h"
 
 #include <QDir>
-#include <QEventLoop>
 #include <QFile>
 #include <QJsonArray>
-#include <QTimer>
+#include <QJsonDocument>
 #include <gtest/gtest.h>
-#include <memory>
 
 using OrvTest::Sandbox;
 using OrvTest::ServiceRawClient;
@@ -68,41 +64,7 @@ QStringList namesOf(const QJsonArray& rows, const char* member = "Name")
     return names;
 }
 
-// Runs the event loop until the command's exchange ends, one way or another.
-template <typename Command> void waitForEnd(Command* command)
-{
-    QEventLoop loop;
-    QObject::connect(command, &Command::complite, &loop, &QEventLoop::quit);
-    QObject::connect(command, &Command::error, &loop, &QEventLoop::quit);
-    QObject::connect(command, &Command::timeout, &loop, &QEventLoop::quit);
-    QTimer::singleShot(20000, &loop, &QEventLoop::quit);
-    loop.exec();
-}
-
 } // namespace
-
-TEST(ServiceRequests, NewInstanceHasEmptyLists)
-{
-    Sandbox sandbox;
-    ASSERT_TRUE(sandbox.startService());
-    ServiceRawClient client(sandbox.socketPath());
-    ASSERT_TRUE(client.isConnected());
-
-    const auto reply = client.call(key(Format::Plan::GetList::Name));
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->value(key(Header::Type::Key)).toString(), key(Header::Type::Reply));
-    EXPECT_EQ(reply->value(key(Header::Command)).toString(), key(Format::Plan::GetList::Name));
-    EXPECT_EQ(reply->value(key(Header::Id)).toString(), QStringLiteral("1"));
-    EXPECT_EQ(reply->value(key(Header::SessionId)).toString(), QStringLiteral("raw-client"));
-    EXPECT_EQ(reply->value(key(Header::Status::ErrorString)).toString(), QString());
-    EXPECT_EQ(reply->value(key(Header::Data)).toObject(),
-              QJsonObject({{key(Format::Plan::GetList::Reply::Key), QJsonArray()}}));
-
-    EXPECT_EQ(listOf(client, Format::Storage::GetConnection::Name,
-                     Format::Storage::GetConnection::Reply::Key),
-              QJsonArray());
-    EXPECT_EQ(sandbox.stopService(), 0);
-}
 
 TEST(ServiceRequests, ListsPlansAndAccountsFromTheirFilesSkippingBrokenOnes)
 {
@@ -160,10 +122,14 @@ TEST(ServiceRequests, PlanFileChangesShowInTheNextReply)
     Sandbox sandbox;
     const QString daily = sandbox.path("config/plans/" + kDailyId + ".xml");
     const QString weekly = sandbox.path("config/plans/" + kWeeklyId + ".xml");
-    // No plans folder yet: it appears with the first plan.
+    // No plans or accounts folder yet: the plans folder appears with the
+    // first plan.
     ASSERT_TRUE(sandbox.startService());
     ServiceRawClient client(sandbox.socketPath());
     ASSERT_EQ(planList(client), QJsonArray());
+    EXPECT_EQ(listOf(client, Format::Storage::GetConnection::Name,
+                     Format::Storage::GetConnection::Reply::Key),
+              QJsonArray());
     ASSERT_EQ(Kel::Core::AtomicFile::write(daily, planXml(kDailyId, "Daily")), QString());
     EXPECT_EQ(namesOf(planList(client)), QStringList({"Daily"}));
 
@@ -239,53 +205,5 @@ TEST(ServiceRequests, UnknownAndMalformedRequestsGetErrorReplies)
 
     // None of that cost the connection.
     EXPECT_EQ(planList(client), QJsonArray());
-    EXPECT_EQ(sandbox.stopService(), 0);
-}
-
-// The command line's own path: the client library, named and typed, gives the
-// same rows.
-TEST(ServiceRequests, ClientLibraryGetsTheSameListBothWays)
-{
-    Sandbox sandbox;
-    sandbox.writeFile("config/plans/" + kDailyId + ".xml", planXml(kDailyId, "Daily"));
-    sandbox.writeFile("config/plans/" + kWeeklyId + ".xml", planXml(kWeeklyId, "Weekly"));
-    sandbox.writeFile("config/plans/junk.xml", "junk");
-    ASSERT_TRUE(sandbox.startService());
-    const QPointer<Communication::Manager> manager = Communication::Manager::instance();
-    ASSERT_TRUE(manager);
-    manager->setServerName(sandbox.socketPath());
-
-    std::unique_ptr<Communication::ICommand> named(
-        manager->commandFactory(key(Format::Plan::GetList::Name)));
-    ASSERT_TRUE(named);
-    named->setRequest(QJsonDocument(
-        QJsonObject{{key(Header::Params),
-                     QJsonObject{{key(Format::Plan::GetList::Request::Profile), "root"}}}}));
-    named->exec();
-    waitForEnd(named.get());
-    ASSERT_TRUE(named->isComplite()) << named->errorString().toStdString();
-    ASSERT_FALSE(named->isReplyError());
-    const QJsonArray namedRows = named->reply()
-                                     .object()
-                                     .value(key(Header::Data))
-                                     .toObject()
-                                     .value(key(Format::Plan::GetList::Reply::Key))
-                                     .toArray();
-
-    std::unique_ptr<Communication::V2::Command> typed(
-        manager->commandFactoryV2(GetPlanList::CommandId));
-    ASSERT_TRUE(typed);
-    auto request = QSharedPointer<GetPlanList::Request>::create();
-    request->setProfile(QStringLiteral("root"));
-    typed->setRequest(request);
-    typed->exec();
-    waitForEnd(typed.get());
-    ASSERT_TRUE(typed->isComplite()) << typed->errorMessage().toStdString();
-    EXPECT_EQ(typed->status(), Communication::V2::Command::Done);
-    const auto response = typed->response().dynamicCast<GetPlanList::Response>();
-    ASSERT_TRUE(response);
-
-    EXPECT_EQ(namesOf(namedRows), QStringList({"Weekly", "Daily"}));
-    EXPECT_EQ(response->planList(), namedRows);
     EXPECT_EQ(sandbox.stopService(), 0);
 }

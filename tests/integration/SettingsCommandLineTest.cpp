@@ -4,9 +4,7 @@
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <gtest/gtest.h>
-#include <memory>
 #include <thread>
 
 using OrvTest::RunResult;
@@ -115,40 +113,6 @@ TEST(SettingsCommandLine, DamagedStoreFilesShowDefaultsAndRefuseToBeOverwrittenB
     expectRun(config(sandbox, QStringLiteral("set logging --rotation 3")), "Can't save values\n\n",
               255);
     EXPECT_TRUE(QFileInfo(sandbox.path(kStore)).isDir());
-}
-
-TEST(SettingsCommandLine, ConcurrentChangesOfDifferentSettingsAreAllKept)
-{
-    Sandbox sandbox;
-    constexpr int kRounds = 6;
-    for (int round = 1; round <= kRounds; ++round) {
-        const QStringList lines[] = {
-            {QStringLiteral("config"), QStringLiteral("set"), QStringLiteral("threadcount"),
-             QStringLiteral("-v"), QString::number(round)},
-            {QStringLiteral("config"), QStringLiteral("set"), QStringLiteral("queuesize"),
-             QStringLiteral("-v"), QString::number(100 + round)},
-        };
-        std::unique_ptr<QProcess> runs[2];
-        for (int i = 0; i < 2; ++i) {
-            runs[i] = std::make_unique<QProcess>();
-            runs[i]->setProcessEnvironment(sandbox.environment());
-            runs[i]->setWorkingDirectory(sandbox.root());
-            runs[i]->start(Sandbox::binary(QStringLiteral("orvV2")), lines[i]);
-        }
-        for (auto& run : runs) {
-            ASSERT_TRUE(run->waitForFinished(30000));
-            EXPECT_EQ(run->exitCode(), 0) << run->readAllStandardOutput().constData();
-        }
-        const QJsonObject store = storeOf(sandbox);
-        EXPECT_EQ(store.value(QStringLiteral("MultiThread threads count")).toString(),
-                  QString::number(round));
-        EXPECT_EQ(store.value(QStringLiteral("Glacier queue size")).toString(),
-                  QString::number(100 + round));
-    }
-    const QStringList left =
-        QDir(sandbox.path(QStringLiteral("config"))).entryList(QDir::Files | QDir::Hidden);
-    EXPECT_EQ(left, QStringList({QStringLiteral("defaultSettings.conf"),
-                                 QStringLiteral("defaultSettings.conf.lock")}));
 }
 
 TEST(SettingsCommandLine, RunningServiceFollowsLoggingAndRetryChanges)

@@ -2,21 +2,11 @@
 // answers the real one never gives: records left empty, a synchronisation
 // already running, a service that asks to try later.
 
-#include "ApplicationStandalone.h"
 #include "orvCommon/Communication/Format.h"
-#include "orvCommon/Communication/Manager.h"
 #include "orvCommon/Communication/V2/GetConnection.h"
-#include "service/channel/Dispatcher.h"
-#include "service/channel/HandlerRegistry.h"
-#include "service/channel/SocketServer.h"
-#include "unit/StdoutCapture.h"
-#include "unit/TemporaryInstance.h"
+#include "unit/InProcessService.h"
 
-#include <QEventLoop>
 #include <QJsonArray>
-#include <QLoggingCategory>
-#include <QTimer>
-#include <gtest/gtest.h>
 
 using namespace Orv::Service;
 namespace Format = Orv::Common::Communication::Commands::Format;
@@ -24,24 +14,16 @@ using GetConnection = Orv::Common::Communication::V2::GetConnection;
 
 namespace {
 
-const QByteArray kBanner = "Orv Backup Command Line Interface started\n\n";
 const QString kLong = QStringLiteral("{2c7e9a3b-5d1f-4e8a-9b6c-0f3d2a1e4b57}");
 const QString kBusy = QStringLiteral("{8f4b2d6e-1a3c-4f5e-8d7b-9c0e1f2a3b46}");
 const QString kOld = QStringLiteral("{5a6b7c8d-9e0f-4a1b-8c2d-3e4f5a6b7c8d}");
 
-struct Outcome
-{
-    int result;
-    QByteArray printed;
-};
-
-class AccountCommands : public ::testing::Test
+class AccountCommands : public InProcessService
 {
 protected:
     void SetUp() override
     {
-        QLoggingCategory::setFilterRules(QStringLiteral("orvd.*.debug=false"));
-        qputenv("ORV_RETRY_DELAY_MS", "20");
+        InProcessService::SetUp();
         records = QJsonArray{
             QJsonObject(),
             QJsonObject{{"DisplayName", "Long account name"}, {"ID", kLong}, {"Type", 11}},
@@ -64,46 +46,18 @@ protected:
                 GetConnection::Response response;
                 return TypedOutcome::done(response);
             });
-        dispatcher.setReady(true);
-        QString error;
-        ASSERT_TRUE(server.listen(instance.path(QStringLiteral("orvd.sock")), &error));
-        Orv::Common::Communication::Manager::instance()->setServerName(
-            instance.path(QStringLiteral("orvd.sock")));
-    }
-    void TearDown() override
-    {
-        qunsetenv("ORV_RETRY_DELAY_MS");
-        server.close();
     }
 
-    Outcome run(const QStringList& words)
-    {
-        StdoutCapture capture;
-        Orv::CLI::ApplicationStandalone application(QStringList{QStringLiteral("orvV2")} + words);
-        application.init();
-        QEventLoop loop;
-        QObject::connect(&application, &Orv::CLI::Application::finished, &loop, &QEventLoop::quit,
-                         Qt::QueuedConnection);
-        QTimer::singleShot(20000, &loop, &QEventLoop::quit);
-        application.start();
-        loop.exec();
-        return {application.result(), capture.take()};
-    }
-
-    TemporaryInstance instance;
     QJsonArray records;
     int syncRequests = 0;
     int fetches = 0;
-    HandlerRegistry registry;
-    Dispatcher dispatcher{registry};
-    SocketServer server{dispatcher};
 };
 
 } // namespace
 
 TEST_F(AccountCommands, ListSkipsEmptyRecordsAndNamesEveryType)
 {
-    const Outcome list = run({QStringLiteral("account"), QStringLiteral("list")});
+    const Outcome list = run({"account", "list"});
     EXPECT_EQ(list.result, 0);
     EXPECT_EQ(list.printed, kBanner +
                                 "Accounts list:\n"
@@ -117,22 +71,19 @@ TEST_F(AccountCommands, ListSkipsEmptyRecordsAndNamesEveryType)
                                 kOld.toUtf8() + "\n");
 
     records = QJsonArray{QJsonObject(), QJsonObject()};
-    const Outcome empty = run({QStringLiteral("account"), QStringLiteral("list")});
+    const Outcome empty = run({"account", "list"});
     EXPECT_EQ(empty.result, -1);
     EXPECT_EQ(empty.printed, kBanner + "Account list is empty\n");
 }
 
 TEST_F(AccountCommands, SyncOfARunningSynchronisationSendsNothing)
 {
-    const Outcome busy =
-        run({QStringLiteral("account"), QStringLiteral("sync"), QStringLiteral("-c"),
-             QStringLiteral("--name"), QStringLiteral("Busy")});
+    const Outcome busy = run({"account", "sync", "-c", "--name", "Busy"});
     EXPECT_EQ(busy.result, -1);
     EXPECT_EQ(busy.printed, kBanner + "Error: sync is started.\n\n");
     EXPECT_EQ(syncRequests, 0);
 
-    const Outcome idle = run({QStringLiteral("account"), QStringLiteral("sync"),
-                              QStringLiteral("-c"), QStringLiteral("--id"), kLong});
+    const Outcome idle = run({"account", "sync", "-c", "--id", kLong});
     EXPECT_EQ(idle.result, 0);
     EXPECT_EQ(idle.printed, kBanner + "\nSuccess.\n");
     EXPECT_EQ(syncRequests, 1);
@@ -142,9 +93,7 @@ TEST_F(AccountCommands, EditFetchIsRetriedUntilTheServiceAnswers)
 {
     // The look-up by name finds the account; the typed fetch is asked to try
     // later twice and then answers without it.
-    const Outcome edit =
-        run({QStringLiteral("account"), QStringLiteral("edit"), QStringLiteral("--name"),
-             QStringLiteral("Busy"), QStringLiteral("-p"), QStringLiteral("x")});
+    const Outcome edit = run({"account", "edit", "--name", "Busy", "-p", "x"});
     EXPECT_EQ(fetches, 3);
     EXPECT_EQ(edit.result, -1);
     EXPECT_EQ(edit.printed, kBanner + "Invalid account Id or account Name.\n\n");

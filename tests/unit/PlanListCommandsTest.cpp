@@ -3,25 +3,15 @@
 // rows written by the plan library and records what the commands ask for,
 // and can refuse, answer in the wrong form or ask to try later.
 
-#include "ApplicationStandalone.h"
 #include "orvCommon/Communication/Format.h"
-#include "orvCommon/Communication/Manager.h"
 #include "orvCommon/Communication/V2/PlanCommands.h"
 #include "orvInfo/Plan/BackupFile.h"
 #include "orvInfo/Plan/RestoreFile.h"
 #include "orvInfo/PlanObject.h"
-#include "service/channel/Dispatcher.h"
-#include "service/channel/HandlerRegistry.h"
-#include "service/channel/SocketServer.h"
-#include "unit/StdoutCapture.h"
-#include "unit/TemporaryInstance.h"
+#include "unit/InProcessService.h"
 
 #include <QBitArray>
-#include <QEventLoop>
 #include <QJsonArray>
-#include <QLoggingCategory>
-#include <QTimer>
-#include <gtest/gtest.h>
 
 using namespace Orv::Service;
 namespace Format = Orv::Common::Communication::Commands::Format;
@@ -30,19 +20,12 @@ using namespace Orv::Info::Plan;
 
 namespace {
 
-const QByteArray kBanner = "Orv Backup Command Line Interface started\n\n";
 const QUuid kAmazon(QStringLiteral("{6d1e0c2a-8b3f-4a5d-9e7c-1f2a3b4c5d6e}"));
 const QUuid kNightly(QStringLiteral("{11111111-2222-4333-8444-555555555501}"));
 const QUuid kRestore(QStringLiteral("{11111111-2222-4333-8444-555555555502}"));
 const QUuid kBlock(QStringLiteral("{11111111-2222-4333-8444-555555555503}"));
 const QUuid kBusy(QStringLiteral("{11111111-2222-4333-8444-555555555504}"));
 const QUuid kRefused(QStringLiteral("{11111111-2222-4333-8444-555555555505}"));
-
-struct Outcome
-{
-    int result;
-    QByteArray printed;
-};
 
 // What the service was asked to do, one word per request: "start <id> full".
 using Requests = QStringList;
@@ -134,13 +117,12 @@ Orv::Info::PlanObject listed(const Base& plan, PlanStatus status = PlanStatus::I
     return row;
 }
 
-class PlanListCommands : public ::testing::Test
+class PlanListCommands : public InProcessService
 {
 protected:
     void SetUp() override
     {
-        QLoggingCategory::setFilterRules(QStringLiteral("orvd.*.debug=false"));
-        qputenv("ORV_RETRY_DELAY_MS", "20");
+        InProcessService::SetUp();
         Orv::Info::PlanObject ran = listed(nightly());
         ran.setSchedule(QStringLiteral("Next run 16.03.2026 22:30"));
         ran.setLastRunTime(local(2026, 3, 14, 9, 26, 53));
@@ -195,16 +177,6 @@ protected:
             [this](const V2Plan::RemovePlan::Request& request, const RequestContext&) {
                 return record(QStringLiteral("remove ") + id(request.planId()), request.planId());
             });
-        dispatcher.setReady(true);
-        QString error;
-        ASSERT_TRUE(server.listen(instance.path(QStringLiteral("orvd.sock")), &error));
-        Orv::Common::Communication::Manager::instance()->setServerName(
-            instance.path(QStringLiteral("orvd.sock")));
-    }
-    void TearDown() override
-    {
-        qunsetenv("ORV_RETRY_DELAY_MS");
-        server.close();
     }
 
     TypedOutcome record(const QString& request, const QUuid& plan)
@@ -219,29 +191,15 @@ protected:
 
     Outcome run(const QStringList& words)
     {
-        StdoutCapture capture;
-        Orv::CLI::ApplicationStandalone application(
-            QStringList{QStringLiteral("orvV2"), QStringLiteral("plan")} + words);
-        application.init();
-        QEventLoop loop;
-        QObject::connect(&application, &Orv::CLI::Application::finished, &loop, &QEventLoop::quit,
-                         Qt::QueuedConnection);
-        QTimer::singleShot(20000, &loop, &QEventLoop::quit);
-        application.start();
-        loop.exec();
-        return {application.result(), capture.take()};
+        return InProcessService::run(QStringList{QStringLiteral("plan")} + words);
     }
 
-    TemporaryInstance instance;
     QJsonArray rows;
     Requests requests;
     int listRequests = 0;
     int listTryLater = 0;
     int actionTryLater = 0;
     bool listInWrongForm = false;
-    HandlerRegistry registry;
-    Dispatcher dispatcher{registry};
-    SocketServer server{dispatcher};
 };
 
 const QString kShortRestore = QStringLiteral("Display name: Restore docs\n"

@@ -102,11 +102,17 @@ void expectAccepted(const Outcome& outcome, const QByteArray& printed = QByteArr
     EXPECT_EQ(outcome.out, printed);
 }
 
+// Each case on a fresh, empty instance.
+class SettingsCommands : public ::testing::Test
+{
+protected:
+    TemporaryInstance instance;
+};
+
 } // namespace
 
-TEST(SettingsCommands, SetWithoutWordsShowsHelpAndGetHasNoOptions)
+TEST_F(SettingsCommands, SetWithoutWordsShowsHelpAndGetHasNoOptions)
 {
-    TemporaryInstance instance;
     const Outcome help = set(QStringLiteral("threadcount"));
     EXPECT_EQ(help.code, CommandBase::HelpShownNoWords);
     EXPECT_EQ(help.ending, '-');
@@ -124,9 +130,8 @@ TEST(SettingsCommands, SetWithoutWordsShowsHelpAndGetHasNoOptions)
     EXPECT_FALSE(instance.readFile(QStringLiteral("config/defaultSettings.conf")).size());
 }
 
-TEST(SettingsCommands, CountsAcceptTheirRangesAndRefuseTheRest)
+TEST_F(SettingsCommands, CountsAcceptTheirRangesAndRefuseTheRest)
 {
-    TemporaryInstance instance;
     const QByteArray wrongThreads = "Wrong thread count value specified\n" + kCantSave;
     for (const char* bad : {"0", "101", "-3", "abc"})
         expectRefused(set(QStringLiteral("threadcount -v %1").arg(QLatin1String(bad))),
@@ -145,9 +150,8 @@ TEST(SettingsCommands, CountsAcceptTheirRangesAndRefuseTheRest)
     EXPECT_EQ(stored(Orv::SettingsKeys::GlacierQueueSize), QStringLiteral("0"));
 }
 
-TEST(SettingsCommands, SizesAreGivenInMegabytesAndKeptInBytes)
+TEST_F(SettingsCommands, SizesAreGivenInMegabytesAndKeptInBytes)
 {
-    TemporaryInstance instance;
     const QByteArray wrongChunk = "Wrong chunk size value specified\n" + kCantSave;
     for (const char* bad : {"4", "5121", "abc", "-5"})
         expectRefused(set(QStringLiteral("chunksize -v %1").arg(QLatin1String(bad))), wrongChunk);
@@ -169,9 +173,8 @@ TEST(SettingsCommands, SizesAreGivenInMegabytesAndKeptInBytes)
     EXPECT_EQ(stored(Orv::SettingsKeys::MemoryMaxUsage), QStringLiteral("3145728"));
 }
 
-TEST(SettingsCommands, EmptyValuesShowTheUsageWithoutTheSaveMessage)
+TEST_F(SettingsCommands, EmptyValuesShowTheUsageWithoutTheSaveMessage)
 {
-    TemporaryInstance instance;
     expectRefused(set({QStringLiteral("threadcount"), QStringLiteral("-v"), QString()}),
                   "set threadcount -v value\n\t-v value: count of threads used in backup/restore. "
                   "Possible values: 1..100\n");
@@ -184,9 +187,8 @@ TEST(SettingsCommands, EmptyValuesShowTheUsageWithoutTheSaveMessage)
                   "\"/tmp/Orv/Plans/\"\n");
 }
 
-TEST(SettingsCommands, BandwidthKeepsCloudAndLocalApart)
+TEST_F(SettingsCommands, BandwidthKeepsCloudAndLocalApart)
 {
-    TemporaryInstance instance;
     expectAccepted(set(QStringLiteral("bandwidthlocal -l 300")));
     expectAccepted(set(QStringLiteral("bandwidthcloud -l UnLimited")));
     EXPECT_EQ(stored(Orv::SettingsKeys::CloudBandwidth), QStringLiteral("-1"));
@@ -198,9 +200,8 @@ TEST(SettingsCommands, BandwidthKeepsCloudAndLocalApart)
                   "Wrong Bandwidth specified!\n" + kCantSave);
 }
 
-TEST(SettingsCommands, IgnoreSslTakesYesOrNoAndKeepsAFlag)
+TEST_F(SettingsCommands, IgnoreSslTakesYesOrNoAndKeepsAFlag)
 {
-    TemporaryInstance instance;
     expectRefused(set(QStringLiteral("ignoressl -v true")), "Wrong value specified\n");
     expectRefused(set(QStringLiteral("ignoressl -v Yes")), "Wrong value specified\n");
     expectAccepted(set(QStringLiteral("ignoressl -v yes")), "Ignore SSl certificates: yes\n");
@@ -209,9 +210,8 @@ TEST(SettingsCommands, IgnoreSslTakesYesOrNoAndKeepsAFlag)
     EXPECT_EQ(get(QStringLiteral("ignoressl")), QByteArray("Ignore SSl certificates: no\n"));
 }
 
-TEST(SettingsCommands, ChunkPathIsMadeOpenToAllAndNeverRunAsACommand)
+TEST_F(SettingsCommands, ChunkPathIsMadeOpenToAllAndNeverRunAsACommand)
 {
-    TemporaryInstance instance;
     EXPECT_EQ(get(QStringLiteral("chunkpath")),
               QByteArray("Path for temporary chunks: /tmp/Orv/Plans/\n"));
     const QString odd = instance.path(QStringLiteral("chunks; touch injected"));
@@ -229,10 +229,9 @@ TEST(SettingsCommands, ChunkPathIsMadeOpenToAllAndNeverRunAsACommand)
                   "Can't create path " + kCantSave);
 }
 
-TEST(SettingsCommands, NotificationAddressesAreConfirmedBeforeTheyAreKept)
+TEST_F(SettingsCommands, NotificationAddressesAreConfirmedBeforeTheyAreKept)
 {
-    TemporaryInstance instance;
-    auto useService = [&instance](const QString& url) {
+    auto useService = [this](const QString& url) {
         instance.writeFile(QStringLiteral("config/branding.conf"),
                            "[General]\nEmailConfirmationUrl=" + url.toUtf8() + "\n");
         TemporaryInstance::reloadAll();
@@ -272,9 +271,8 @@ TEST(SettingsCommands, NotificationAddressesAreConfirmedBeforeTheyAreKept)
     EXPECT_EQ(stored(Orv::SettingsKeys::NotifUserName), QStringLiteral("Dora"));
 }
 
-TEST(SettingsCommands, ProxyPasswordIsKeptEncryptedAndNeverShown)
+TEST_F(SettingsCommands, ProxyPasswordIsKeptEncryptedAndNeverShown)
 {
-    TemporaryInstance instance;
     EXPECT_EQ(get(QStringLiteral("proxy")),
               QByteArray("Proxy settings:\nState               : disabled\nAddress             : \n"
                          "Port                : \nUse authentication  : disabled\n"
@@ -312,9 +310,8 @@ TEST(SettingsCommands, ProxyPasswordIsKeptEncryptedAndNeverShown)
     EXPECT_EQ(off.password, record.password);
 }
 
-TEST(SettingsCommands, WebAccessPortsMustDifferAndBeFree)
+TEST_F(SettingsCommands, WebAccessPortsMustDifferAndBeFree)
 {
-    TemporaryInstance instance;
     const auto refused = [](const char* line, const QByteArray& message) {
         expectRefused(set(QLatin1String(line)), message + kCantSave);
     };
@@ -345,9 +342,8 @@ TEST(SettingsCommands, WebAccessPortsMustDifferAndBeFree)
                   "        port:    43211\n        state:   disabled\n");
 }
 
-TEST(SettingsCommands, SymlinkModesAreNamedInAnyCaseAndShownByDescription)
+TEST_F(SettingsCommands, SymlinkModesAreNamedInAnyCaseAndShownByDescription)
 {
-    TemporaryInstance instance;
     EXPECT_EQ(
         get(QStringLiteral("symlinksbackup")),
         QByteArray("Symlinks backup mode:\n    Only the link itself is backed up, not what it "
@@ -363,9 +359,8 @@ TEST(SettingsCommands, SymlinkModesAreNamedInAnyCaseAndShownByDescription)
     EXPECT_TRUE(list.out.startsWith("set symlinksbackup -mode mode_name\nModes:\n  Ignore: "));
 }
 
-TEST(SettingsCommands, LoggingValidatesEveryOptionBeforeWritingAny)
+TEST_F(SettingsCommands, LoggingValidatesEveryOptionBeforeWritingAny)
 {
-    TemporaryInstance instance;
     EXPECT_EQ(get(QStringLiteral("logging")),
               "Logging settings:\n    mode:     High\n    rotation: 30 day(s)\n    location: " +
                   instance.path(QStringLiteral("logs")).toUtf8() + "\n");
@@ -397,9 +392,8 @@ TEST(SettingsCommands, LoggingValidatesEveryOptionBeforeWritingAny)
                          "files\n\t-path <value>: Path to logs\n"));
 }
 
-TEST(SettingsCommands, ConnectionRetriesArePositiveIntegers)
+TEST_F(SettingsCommands, ConnectionRetriesArePositiveIntegers)
 {
-    TemporaryInstance instance;
     expectRefused(set(QStringLiteral("connection --retry-count 0")),
                   "Connection retry count must be greater than zero.\n");
     expectRefused(set(QStringLiteral("connection --retry-count 2 --retry-interval 1e3")),
@@ -412,9 +406,8 @@ TEST(SettingsCommands, ConnectionRetriesArePositiveIntegers)
                          "(msec)\n"));
 }
 
-TEST(SettingsCommands, RetentionPolicyRoundTripsThroughDaysAndConstants)
+TEST_F(SettingsCommands, RetentionPolicyRoundTripsThroughDaysAndConstants)
 {
-    TemporaryInstance instance;
     const QByteArray off = "Retention policy settings:\nDelete version older  : false\n"
                            "Data type             : modification data\n"
                            "Keep last version     : true\nKeep versions         : false\n";
@@ -447,9 +440,8 @@ TEST(SettingsCommands, RetentionPolicyRoundTripsThroughDaysAndConstants)
     EXPECT_EQ(get(QStringLiteral("retentionpolicy")), off);
 }
 
-TEST(SettingsCommands, RetentionPolicyRefusesValuesWithoutTheirRule)
+TEST_F(SettingsCommands, RetentionPolicyRefusesValuesWithoutTheirRule)
 {
-    TemporaryInstance instance;
     const Outcome orphan = set(QStringLiteral("retentionpolicy --keep-version-number 3"));
     EXPECT_EQ(orphan.code, CommandBase::Unknown);
     EXPECT_EQ(orphan.out, QByteArray("Option [ keep-version ] true is mandatory to use with option "
@@ -476,9 +468,8 @@ TEST(SettingsCommands, RetentionPolicyRefusesValuesWithoutTheirRule)
     EXPECT_FALSE(instance.readFile(QStringLiteral("config/defaultSettings.conf")).size());
 }
 
-TEST(SettingsCommands, UnwritableStoreEndsEverySettingInTheSaveMessage)
+TEST_F(SettingsCommands, UnwritableStoreEndsEverySettingInTheSaveMessage)
 {
-    TemporaryInstance instance;
     QDir().mkpath(instance.path(QStringLiteral("config/defaultSettings.conf")));
     expectRefused(set(QStringLiteral("threadcount -v 4")), kCantSave);
     // Bandwidth reports success whatever the write gave.
@@ -490,9 +481,8 @@ TEST(SettingsCommands, UnwritableStoreEndsEverySettingInTheSaveMessage)
     EXPECT_EQ(get(QStringLiteral("threadcount")), QByteArray("Thread count: 5"));
 }
 
-TEST(SettingsCommands, ViewAndWakeUpSettingsStandApartFromTheGroups)
+TEST_F(SettingsCommands, ViewAndWakeUpSettingsStandApartFromTheGroups)
 {
-    TemporaryInstance instance;
     CommandSettingsView view;
     const Outcome listing = runCommand(view, {});
     EXPECT_EQ(listing.ending, 'f');

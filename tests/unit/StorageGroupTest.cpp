@@ -3,23 +3,13 @@
 // restore points and folder content, serves content in small pages, and
 // records every request so that what a command sends can be checked.
 
-#include "ApplicationStandalone.h"
-#include "orvCommon/Communication/Manager.h"
 #include "orvCommon/Communication/V2/GetConnection.h"
 #include "orvCommon/Communication/V2/RepositoryCommands.h"
 #include "orvInfo/Repository/Objects.h"
-#include "service/channel/Dispatcher.h"
-#include "service/channel/HandlerRegistry.h"
-#include "service/channel/SocketServer.h"
-#include "unit/StdoutCapture.h"
-#include "unit/TemporaryInstance.h"
+#include "unit/InProcessService.h"
 
-#include <QEventLoop>
 #include <QJsonArray>
 #include <QLocale>
-#include <QLoggingCategory>
-#include <QTimer>
-#include <gtest/gtest.h>
 
 using namespace Orv::Service;
 using namespace Orv::Info::Repository;
@@ -28,19 +18,12 @@ using GetConnection = Orv::Common::Communication::V2::GetConnection;
 
 namespace {
 
-const QByteArray kBanner = "Orv Backup Command Line Interface started\n\n";
 const QString kOffsite = QStringLiteral("{6d1e0c2a-8b3f-4a5d-9e7c-1f2a3b4c5d6e}");
 const QString kBare = QStringLiteral("{0a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d}");
 const QString kDamaged = QStringLiteral("{9f8e7d6c-5b4a-4392-8170-6f5e4d3c2b1a}");
 const QString kNightly = QStringLiteral("11111111-2222-4333-8444-555555555501");
 const QString kEmpty = QStringLiteral("11111111-2222-4333-8444-555555555502");
 const QString kContent = QStringLiteral("/home/ann");
-
-struct Outcome
-{
-    int result;
-    QByteArray printed;
-};
 
 QDateTime local(int day, int hour, int minute)
 {
@@ -81,13 +64,12 @@ struct Row
     QStringList requests;
 };
 
-class StorageGroup : public ::testing::Test
+class StorageGroup : public InProcessService
 {
 protected:
     void SetUp() override
     {
-        QLoggingCategory::setFilterRules(QStringLiteral("orvd.*.debug=false"));
-        qputenv("ORV_RETRY_DELAY_MS", "20");
+        InProcessService::SetUp();
 
         // "Old" has every flag a generation can carry; "Recent" none.
         Generation old = generation(QStringLiteral("gen-old"), local(1, 9, 0), local(2, 9, 0));
@@ -154,16 +136,6 @@ protected:
         answer<Repo::StartDeepSync>("deep sync", done);
         answer<Repo::RemoveDataBunch>("remove bunch", done);
         answer<Repo::RemoveDataGeneration>("remove generation", done);
-        dispatcher.setReady(true);
-        QString error;
-        ASSERT_TRUE(server.listen(instance.path(QStringLiteral("orvd.sock")), &error));
-        Orv::Common::Communication::Manager::instance()->setServerName(
-            instance.path(QStringLiteral("orvd.sock")));
-    }
-    void TearDown() override
-    {
-        qunsetenv("ORV_RETRY_DELAY_MS");
-        server.close();
     }
 
     // Records each request as its name and the bunch, generation and password it names.
@@ -217,17 +189,7 @@ protected:
     Outcome run(const QStringList& words)
     {
         requests.clear();
-        StdoutCapture capture;
-        Orv::CLI::ApplicationStandalone application(
-            QStringList{QStringLiteral("orvV2"), QStringLiteral("storage")} + words);
-        application.init();
-        QEventLoop loop;
-        QObject::connect(&application, &Orv::CLI::Application::finished, &loop, &QEventLoop::quit,
-                         Qt::QueuedConnection);
-        QTimer::singleShot(20000, &loop, &QEventLoop::quit);
-        application.start();
-        loop.exec();
-        return {application.result(), capture.take()};
+        return InProcessService::run(QStringList{QStringLiteral("storage")} + words);
     }
 
     void expectRows(const std::initializer_list<Row>& table)
@@ -247,10 +209,6 @@ protected:
     QList<RestorePoint> oldPoints;
     QStringList requests;
     int bunchTryLater = 0;
-    TemporaryInstance instance;
-    HandlerRegistry registry;
-    Dispatcher dispatcher{registry};
-    SocketServer server{dispatcher};
 };
 
 } // namespace
