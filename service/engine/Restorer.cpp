@@ -33,6 +33,42 @@ QString text(const QByteArray& path)
     return QString::fromLocal8Bit(path);
 }
 
+// One folder's entries from its listings in several restore points, newest
+// first: a name takes its newest entry, and a folder the subtrees of every
+// point where it was a folder, so that the walk can merge below it too.
+Status mergedTree(Generation::Reader& reader, const QVector<QByteArray>& trees,
+                  QVector<Node>* nodes, QHash<QByteArray, QVector<QByteArray>>* subtrees)
+{
+    QHash<QByteArray, int> seen;
+    for (int t = 0; t < trees.size(); ++t) {
+        QVector<Node> listing;
+        const Status status = reader.tree(trees.at(t), &listing);
+        if (!status.ok()) {
+            // What an earlier point held is a bonus; the chosen one must read.
+            if (t == 0) {
+                return status;
+            }
+            continue;
+        }
+        for (Node& node : listing) {
+            const auto known = seen.constFind(node.name);
+            if (known == seen.constEnd()) {
+                seen.insert(node.name, nodes->size());
+                if (node.isDirectory()) {
+                    (*subtrees)[node.name].append(node.subtree);
+                }
+                nodes->append(std::move(node));
+            } else if (node.isDirectory() && nodes->at(*known).isDirectory()) {
+                QVector<QByteArray>& below = (*subtrees)[node.name];
+                if (!below.contains(node.subtree)) {
+                    below.append(node.subtree);
+                }
+            }
+        }
+    }
+    return Status::success();
+}
+
 } // namespace
 
 // One file to write: where, what, and how many of its pieces are still due.
@@ -238,18 +274,29 @@ RestoreResult Restorer::run()
     QHash<QPair<quint64, quint64>, QByteArray> firstLinks;
 
     // Walks the point's trees depth first; an explicit stack keeps deep
-    // trees off the call stack.
+    // trees off the call stack. With deleted files, each folder is the
+    // point's listing merged with the same folder in earlier points, the
+    // newest entry of a name winning.
     struct Visit
     {
         QByteArray path;
-        QByteArray tree;
+        QVector<QByteArray> trees; // newest first, each once
     };
-    std::vector<Visit> stack{{QByteArray("/"), point->root}};
+    std::vector<Visit> stack{{QByteArray("/"), {point->root}}};
+    if (m_description.includeDeleted) {
+        const auto& points = generation->points();
+        for (int i = points.size() - 1; i >= 0; --i) {
+            if (points.at(i).start < point->start && !stack[0].trees.contains(points.at(i).root)) {
+                stack[0].trees.append(points.at(i).root);
+            }
+        }
+    }
     while (!stack.empty() && !m_stop) {
         const Visit visit = stack.back();
         stack.pop_back();
         QVector<Node> nodes;
-        status = reader.tree(visit.tree, &nodes);
+        QHash<QByteArray, QVector<QByteArray>> subtrees;
+        status = mergedTree(reader, visit.trees, &nodes, &subtrees);
         if (!status.ok()) {
             plan.fail(visit.path, status.message);
             continue;
@@ -275,7 +322,7 @@ RestoreResult Restorer::run()
                 if (chosen) {
                     plan.folders.append({place, node});
                 }
-                stack.push_back({path, node.subtree});
+                stack.push_back({path, subtrees.value(node.name)});
                 continue;
             }
             if (!target.wanted(place, node)) {

@@ -17,6 +17,10 @@ struct RestoreDescription
     QString point;      // empty: the newest point (or the one at pointInTime)
     QDateTime pointInTime;
     QList<QByteArray> paths; // absolute original paths; empty: everything
+    // Also what earlier points of the generation held and the chosen one no
+    // longer does (files deleted at the source before it), each as it was
+    // last backed up.
+    bool includeDeleted = false;
     RestoreTarget::Options target;
     QByteArray password;
     int threads = 2;

@@ -184,6 +184,7 @@ bool describeRestore(const RestoreFile& plan, const RunSettings& settings, RunRe
             d.pointInTime = d.pointInTime.addMSecs(59999);
     }
     d.paths = encodedPaths(plan.restoreItems());
+    d.includeDeleted = plan.restoreDeletedFiles();
     if (!plan.restoreToOriginalLocation())
         d.target.destination = QFile::encodeName(QDir::cleanPath(plan.destination()));
     using Existing = Orv::Engine::RestoreTarget::Existing;

@@ -177,11 +177,12 @@ protected:
     }
 
     RestoreResult restore(const RunDescription& d, const QByteArray& to,
-                          const QString& point = QString()) const
+                          const QString& point = QString(), bool includeDeleted = false) const
     {
         RestoreDescription r;
         r.bunch = d.planId;
         r.point = point;
+        r.includeDeleted = includeDeleted;
         r.password = d.password;
         r.target.destination = to;
         Restorer restorer(*repository, r);
@@ -258,6 +259,25 @@ TEST_P(EngineTest, AwkwardTreeComesBackAsItWasThroughIncrements)
         QFile oldLarge(QString::fromLocal8Bit(restored(old) + "/large.bin"));
         ASSERT_TRUE(oldLarge.open(QIODevice::ReadOnly));
         EXPECT_TRUE(oldLarge.readAll() == before);
+
+        // The point after the rename, with what earlier points held and it
+        // no longer did: the folder under both names, each file as it was
+        // last backed up.
+        const QString renamedPoint = generations.first().points.at(3).id;
+        const QByteArray kept = to + "-deleted";
+        ASSERT_TRUE(restore(d, kept, renamedPoint, true).ok);
+        const auto got = describe(restored(kept));
+        EXPECT_TRUE(got.contains("/deep/level0") && got.contains("/moved/level0"));
+        const auto content = [](const QByteArray& path) {
+            QFile file(QString::fromLocal8Bit(path));
+            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
+        };
+        const QByteArray now = content(source + "/large.bin");
+        EXPECT_TRUE(content(restored(kept) + "/large.bin") == now);
+        EXPECT_TRUE(content(restored(kept) + "/moved/large.bin") == now);
+        const QByteArray only = to + "-point";
+        ASSERT_TRUE(restore(d, only, renamedPoint).ok);
+        EXPECT_FALSE(describe(restored(only)).contains("/deep/level0"));
     }
 }
 
