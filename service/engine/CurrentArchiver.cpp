@@ -204,6 +204,9 @@ private:
             drainQueue();
             return;
         }
+        // Versions are many and often small: a store that can flush them all
+        // at once does so when the thread ends, before the manifest names them.
+        backend->setFlushDeferred(true);
         QByteArray buffer;
         BlockVersionWriter blocks(m_keys, m_archiver.m_description.compression);
         for (;;) {
@@ -212,6 +215,11 @@ private:
                 std::unique_lock lock(m_mutex);
                 m_ready.wait(lock, [this] { return !m_queue.empty() || m_done; });
                 if (m_queue.empty()) {
+                    lock.unlock();
+                    status = backend->flush();
+                    if (!status.ok()) {
+                        fail(status);
+                    }
                     return;
                 }
                 upload = std::move(m_queue.front());
