@@ -3,6 +3,7 @@
 #include "kelBackupFormat/Bytes.h"
 #include "orvRepository/CurrentCache.h"
 #include "service/engine/CurrentRetention.h"
+#include "service/engine/CurrentSavedPlan.h"
 #include "service/engine/CurrentStore.h"
 #include "service/engine/EntryNodes.h"
 #include "service/engine/SourceWalker.h"
@@ -497,6 +498,11 @@ RunResult CurrentArchiver::run()
     }
 
     m_progress.step = int(RunStep::Committing);
+    if (const Status saved = savePlan(store, m_description); !saved.ok()) {
+        ++warnings;
+        result.problems.append(
+            QStringLiteral("The plan's settings were not saved: %1").arg(saved.message));
+    }
     Kel::Archive::ManifestHeader header;
     header.run = run;
     header.start = start;

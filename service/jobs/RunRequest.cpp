@@ -150,6 +150,8 @@ bool describeBackup(const BackupFile& plan, const RunSettings& settings, bool lo
         // Versions are kept per file in this format, not by generation.
         d.versions = versionRetention(plan.retentionPolicy(), settings);
         d.retention = {};
+        if (plan.savePlanInCloud())
+            d.savedPlan = plan.toXml(Base::SecretForm::Masked).toUtf8();
         if (plan.useDifferentialUpload())
             request->notice = QStringLiteral("Block-level backup is not built yet: changed files "
                                              "were stored whole");

@@ -7,6 +7,8 @@
 #include "kelStreams/Hash.h"
 #include "service/engine/CurrentArchiver.h"
 #include "service/engine/CurrentRestorer.h"
+#include "service/engine/CurrentSavedPlan.h"
+#include "service/engine/CurrentStore.h"
 #include "support/QtPrinters.h"
 
 #include <QDir>
@@ -214,9 +216,23 @@ TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
         QDateTime clock = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
         d.now = [&clock] { return clock; };
         QList<QMap<QByteArray, QByteArray>> states;
+        d.savedPlan = "<Plan><Name>Documents</Name><Password>****</Password></Plan>";
 
         const RunResult first = backup(d);
         ASSERT_EQ(first.outcome, RunResult::Outcome::Success) << first.message.toStdString();
+        {
+            CurrentStore store(*repository, d.planId);
+            ASSERT_TRUE(store.connect().ok());
+            ASSERT_TRUE(store.openKeys({false, {}, d.password, {}, true}).ok());
+            QByteArray saved;
+            const auto status = readSavedPlan(store, &saved);
+            EXPECT_TRUE(status.ok()) << status.message.toStdString();
+            EXPECT_EQ(saved, d.savedPlan);
+            QByteArray raw;
+            ASSERT_TRUE(store.backend().read(store.layout().savedPlan(d.planId), 0, -1, &raw).ok());
+            EXPECT_EQ(raw.contains("Documents"), !encrypted) << "sealed when encrypting";
+        }
+        d.savedPlan.clear();
         EXPECT_TRUE(first.full);
         EXPECT_GT(first.bytesUploaded, encrypted ? 9000000u : 9400000u);
         states.append(describe(source));
@@ -230,6 +246,14 @@ TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
         clock = clock.addSecs(1800);
         const RunResult unchanged = backup(d);
         ASSERT_EQ(unchanged.outcome, RunResult::Outcome::Success);
+        {
+            CurrentStore store(*repository, d.planId);
+            ASSERT_TRUE(store.connect().ok());
+            QByteArray saved;
+            EXPECT_EQ(readSavedPlan(store, &saved).error,
+                      Kel::Cloud::Operation::Error::ObjectNotFound)
+                << "a plan that no longer saves itself leaves no stale copy";
+        }
         EXPECT_EQ(unchanged.filesRead, 0u);
         EXPECT_LT(unchanged.bytesUploaded, 16u * 1024) << "the manifest alone";
 

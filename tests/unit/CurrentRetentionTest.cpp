@@ -5,7 +5,8 @@
 
 #include "TemporaryInstance.h"
 #include "kelBackupFormat/Records.h"
-#include "orvInfo/Plan/BackupRetentionPolicy.h"
+#include "orvInfo/Plan/BackupFile.h"
+#include "orvInfo/StorageConnection.h"
 #include "service/jobs/RunRequest.h"
 
 #include <functional>
@@ -209,6 +210,41 @@ TEST(CurrentRetention, EachKindOfPolicyRemovesWhatItShould)
         }
         const QDateTime gone = row.goneDaysAgo < 0 ? QDateTime() : kNow.addDays(-row.goneDaysAgo);
         EXPECT_EQ(Orv::Engine::versionsToRemove(versions, gone, kept, kNow), row.removed);
+    }
+}
+
+// What a run of a plan of the current format is told: its retention, no
+// word that retention is missing, and the plan to save beside the data with
+// no password in it, or nothing when the plan does not save itself.
+TEST(CurrentRetention, APlanRunCarriesItsPolicyAndItsSettingsWithoutPasswords)
+{
+    TemporaryInstance instance;
+    Orv::Info::Plan::BackupFile plan;
+    plan.setId(QUuid::createUuid());
+    plan.setName(QStringLiteral("Ledgers"));
+    plan.setIsArchive(false);
+    plan.setItems({QStringLiteral("/srv/ledgers")});
+    plan.encryption().setEnabled(true);
+    plan.encryption().setPassword(QStringLiteral("purple monkey dishwasher"));
+    custom(plan.retentionPolicy());
+    plan.retentionPolicy().setUseKeepVersion(true);
+    plan.retentionPolicy().setKeepVersion(3);
+    Orv::Info::Storage::Connection account;
+    account.setId(QUuid::createUuid());
+    for (const bool save : {true, false}) {
+        plan.setSavePlanInCloud(save);
+        Orv::Service::RunRequest request;
+        QString error;
+        ASSERT_TRUE(Orv::Service::makeRunRequest(plan, account, {},
+                                                 Orv::Service::RunSettings::current(),
+                                                 instance.path("cache"), false, &request, &error))
+            << error.toStdString();
+        EXPECT_EQ(request.backup.versions.keep, 3);
+        EXPECT_EQ(request.notice, QString());
+        const QByteArray saved = request.backup.savedPlan;
+        EXPECT_EQ(saved.contains("Ledgers"), save);
+        EXPECT_FALSE(saved.contains("purple monkey")) << saved.constData();
+        EXPECT_EQ(saved.isEmpty(), !save);
     }
 }
 
