@@ -287,8 +287,11 @@ Status CurrentRetention::decide(const QString& run, const QStringList& runs, qui
     bool read = reader.start(&piece);
     while (read && !reader.atEnd()) {
         read = reader.next(&piece);
-        for (Kel::Archive::ByteReader r(piece); read && !r.atEnd();) {
-            m_index->markRemoved(run, QString::fromUtf8(r.bytes()));
+        Kel::Archive::ByteReader r(piece);
+        while (read && !r.atEnd()) {
+            const QByteArray version = r.bytes();
+            read = r.ok();
+            m_index->markRemoved(run, QString::fromUtf8(version));
         }
     }
     m_index->addRecord(run);
@@ -330,9 +333,10 @@ Status CurrentRetention::apply(const QString& run, const QStringList& runs, Remo
     Status status = Status::success();
     if (deletes) {
         status = catchUp(runs);
-        if (status.ok()) {
-            status = learnRecords();
-        }
+    }
+    // A run cut off here may have stored its record without noting it.
+    if (status.ok() && (deletes || !interrupted.isEmpty())) {
+        status = learnRecords();
     }
     // A pass cut off after its record was stored: its deletion is finished
     // first, whatever the policy says now.
