@@ -498,9 +498,12 @@ RunResult CurrentArchiver::run()
     }
 
     m_progress.step = int(RunStep::Committing);
+    // What went wrong after the files were stored is told in the run's
+    // message: the run itself stands.
+    QStringList afterwards;
     if (const Status saved = savePlan(store, m_description); !saved.ok()) {
         ++warnings;
-        result.problems.append(
+        afterwards.append(
             QStringLiteral("The plan's settings were not saved: %1").arg(saved.message));
     }
     Kel::Archive::ManifestHeader header;
@@ -529,8 +532,9 @@ RunResult CurrentArchiver::run()
     result.versionsRemoved = removed.versions;
     if (!status.ok()) {
         ++warnings;
-        result.problems.append(QStringLiteral("Retention: %1").arg(status.message));
+        afterwards.append(QStringLiteral("Retention did not finish: %1").arg(status.message));
     }
+    result.problems += afterwards;
     result.warnings = warnings;
     m_progress.step = int(RunStep::Done);
     result.outcome = warnings > 0 ? RunResult::Outcome::Warning : RunResult::Outcome::Success;
@@ -545,6 +549,9 @@ RunResult CurrentArchiver::run()
     if (removed.leftovers > 0) {
         result.message += QStringLiteral(" %1 object(s) left by interrupted runs were deleted.")
                               .arg(removed.leftovers);
+    }
+    for (const QString& problem : std::as_const(afterwards)) {
+        result.message += ' ' + problem;
     }
     return result;
 }

@@ -172,13 +172,14 @@ void CurrentRetention::committed(const QString& run, Orv::Repository::CurrentCac
     m_index->commit();
 }
 
-Status CurrentRetention::catchUp(const QStringList& runs)
+Status CurrentRetention::catchUp(const QStringList& runs, bool* read)
 {
     const QSet<QString> known = m_index->manifests();
     for (const QString& run : runs) {
         if (known.contains(run)) {
             continue;
         }
+        *read = true;
         Kel::Archive::ManifestHeader header;
         m_index->begin();
         const Status status = m_store.readManifest(run, &header, [&](const ManifestEntry& entry) {
@@ -331,8 +332,13 @@ Status CurrentRetention::apply(const QString& run, const QStringList& runs, Remo
     interrupted.removeAll(run);
     const bool deletes = m_description.versions.deletes();
     Status status = Status::success();
+    // Listing every version object costs: it is done when a run here was
+    // cut off, and when the index was new to some manifests (a first pass,
+    // a lost cache, another machine's runs), which is when leftovers of runs
+    // cut off elsewhere may appear.
+    bool unknown = false;
     if (deletes) {
-        status = catchUp(runs);
+        status = catchUp(runs, &unknown);
     }
     // A run cut off here may have stored its record without noting it.
     if (status.ok() && (deletes || !interrupted.isEmpty())) {
@@ -348,7 +354,7 @@ Status CurrentRetention::apply(const QString& run, const QStringList& runs, Remo
     if (status.ok() && deletes) {
         status = decide(run, runs, &removed->versions);
     }
-    if (status.ok() && (deletes || !interrupted.isEmpty())) {
+    if (status.ok() && (unknown || !interrupted.isEmpty())) {
         status = sweep(run, runs, &removed->leftovers);
     }
     if (status.ok()) {

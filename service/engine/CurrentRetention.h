@@ -61,7 +61,7 @@ public:
 
 private:
     QString nameOf(const Kel::Archive::ManifestEntry& entry) const;
-    Orv::Repository::Status catchUp(const QStringList& runs);
+    Orv::Repository::Status catchUp(const QStringList& runs, bool* read);
     Orv::Repository::Status learnRecords();
     Orv::Repository::Status finishRecord(const QString& record, quint64* removed);
     Orv::Repository::Status decide(const QString& run, const QStringList& runs, quint64* removed);
