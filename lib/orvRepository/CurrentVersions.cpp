@@ -123,7 +123,8 @@ QSet<QString> CurrentVersions::manifests()
     return QSet<QString>(runs.begin(), runs.end());
 }
 
-void CurrentVersions::addEntry(const QString& run, const ManifestEntry& entry, const QString& name)
+void CurrentVersions::addEntry(const QString& run, const ManifestEntry& entry,
+                               const std::function<QString()>& name)
 {
     if (!entry.node.isFile()) {
         return;
@@ -134,12 +135,14 @@ void CurrentVersions::addEntry(const QString& run, const ManifestEntry& entry, c
         bindText(m_seen, 2, run);
         sqlite3_step(m_seen);
     }
-    // A hard link's version is its owner's, indexed under the owner.
-    if (!entry.hardLinkTo.isEmpty() || entry.version.isEmpty()) {
+    // A version is indexed from the manifest of the run that stored it:
+    // later ones take it over unchanged. A hard link's version is its
+    // owner's, indexed under the owner.
+    if (!entry.hardLinkTo.isEmpty() || entry.version != run) {
         return;
     }
     Reset reset{m_addVersion};
-    bindText(m_addVersion, 1, name);
+    bindText(m_addVersion, 1, name());
     bindBytes(m_addVersion, 2, entry.path);
     bindText(m_addVersion, 3, entry.version);
     sqlite3_bind_int64(m_addVersion, 4, entry.node.mtimeNs);

@@ -49,9 +49,9 @@ public:
 
     // The manifests whose entries are in.
     QSet<QString> manifests();
-    // One entry of a manifest; name is where its version's object is.
+    // One entry of a manifest; name says where its version's object is.
     void addEntry(const QString& run, const Kel::Archive::ManifestEntry& entry,
-                  const QString& name);
+                  const std::function<QString()>& name);
     void addManifest(const QString& run);
 
     // Retention records: the run that wrote one, and whether every version

@@ -165,7 +165,7 @@ void CurrentRetention::committed(const QString& run, Orv::Repository::CurrentCac
     }
     m_index->begin();
     cache.forEach([&](const ManifestEntry& entry) {
-        m_index->addEntry(run, entry, nameOf(entry));
+        m_index->addEntry(run, entry, [&] { return nameOf(entry); });
         return true;
     });
     m_index->addManifest(run);
@@ -183,7 +183,7 @@ Status CurrentRetention::catchUp(const QStringList& runs, bool* read)
         Kel::Archive::ManifestHeader header;
         m_index->begin();
         const Status status = m_store.readManifest(run, &header, [&](const ManifestEntry& entry) {
-            m_index->addEntry(run, entry, nameOf(entry));
+            m_index->addEntry(run, entry, [&] { return nameOf(entry); });
             return true;
         });
         if (status.ok()) {
