@@ -1,8 +1,9 @@
 // The engine's own figures for bench/engine.sh: one backup or one restore on
 // a folder account, compression and AES-256 on, the way a plan run would do
 // it; the new format, or the current one with ORV_BENCH_FORMAT=cbf (at block
-// level with ORV_BENCH_BLOCKS=1). Prints the outcome; time and memory are
-// measured from outside.
+// level with ORV_BENCH_BLOCKS=1, its retention keeping ORV_BENCH_KEEP
+// versions of each file). Prints the outcome; time and memory are measured
+// from outside.
 //
 //   bench_engine backup SOURCE STORAGE CACHE
 //   bench_engine restore STORAGE CACHE TARGET
@@ -70,6 +71,10 @@ int main(int argc, char** argv)
         }
         if (qEnvironmentVariableIsSet("ORV_BENCH_PACK_MIB")) {
             d.packSize = qEnvironmentVariableIntValue("ORV_BENCH_PACK_MIB") * 1024 * 1024;
+        }
+        // The current format's retention: versions kept of each file.
+        if (qEnvironmentVariableIsSet("ORV_BENCH_KEEP")) {
+            d.versions.keep = qEnvironmentVariableIntValue("ORV_BENCH_KEEP");
         }
         const RunResult r =
             currentFormat() ? CurrentArchiver(repository, d).run() : Archiver(repository, d).run();

@@ -24,6 +24,10 @@ namespace Kel::Archive {
 //                                            record sealed under the password)
 //   cbf/<plan>/manifests/<run>               a run's commit: every entry then
 //   cbf/<plan>/files/<path key>/@<run>       one version of one file
+//   cbf/<plan>/retention/<run>               the versions the retention of
+//                                            that run removed, written
+//                                            before they are deleted
+//   cbf/<plan>/plan                          the plan's settings, no password
 // A version object holds the file's content in pieces, then, as its last
 // piece, its manifest entry (path, metadata as read, version), so that it
 // describes itself. Symlinks, folders and special files have no content:
@@ -60,6 +64,18 @@ public:
     QString version(const QString& plan, const QString& pathKey, const QString& run) const
     {
         return versions(plan, pathKey) + '@' + run;
+    }
+    QString retentions(const QString& plan) const
+    {
+        return this->plan(plan) + QStringLiteral("retention/");
+    }
+    QString retention(const QString& plan, const QString& run) const
+    {
+        return retentions(plan) + run;
+    }
+    QString savedPlan(const QString& plan) const
+    {
+        return this->plan(plan) + QStringLiteral("plan");
     }
 
     // The path key of an absolute path; idKey is the plan's id key (empty

@@ -3,6 +3,8 @@
 #include "kelBackupFormat/Bytes.h"
 #include "orvRepository/CurrentCache.h"
 #include "service/engine/CurrentBlocks.h"
+#include "service/engine/CurrentRetention.h"
+#include "service/engine/CurrentSavedPlan.h"
 #include "service/engine/CurrentStore.h"
 #include "service/engine/EntryNodes.h"
 #include "service/engine/SourceWalker.h"
@@ -574,6 +576,14 @@ RunResult CurrentArchiver::run()
     const QString run = Kel::Archive::Layout::newId(start);
     result.point = run;
     result.full = runs.isEmpty() || m_description.forceFull;
+    CurrentRetention retention(store, m_description);
+    status = retention.open(
+        m_repository.cachePath(QStringLiteral("cbf-versions-") + m_description.planId));
+    if (!status.ok()) {
+        result.message = status.message;
+        return result;
+    }
+    retention.started(run);
 
     m_progress.step = int(RunStep::Reading);
     cache->startRun();
@@ -602,6 +612,14 @@ RunResult CurrentArchiver::run()
     }
 
     m_progress.step = int(RunStep::Committing);
+    // What went wrong after the files were stored is told in the run's
+    // message: the run itself stands.
+    QStringList afterwards;
+    if (const Status saved = savePlan(store, m_description); !saved.ok()) {
+        ++warnings;
+        afterwards.append(
+            QStringLiteral("The plan's settings were not saved: %1").arg(saved.message));
+    }
     Kel::Archive::ManifestHeader header;
     header.run = run;
     header.planName = m_description.planName;
@@ -618,15 +636,39 @@ RunResult CurrentArchiver::run()
         result.message = status.message;
         return result;
     }
+    retention.committed(run, *cache);
     cache->promote(run);
     result.files = files;
     result.bytes = bytes;
+
+    m_progress.step = int(RunStep::Retention);
+    runs.append(run);
+    CurrentRetention::Removed removed;
+    status = retention.apply(run, runs, &removed);
+    result.versionsRemoved = removed.versions;
+    if (!status.ok()) {
+        ++warnings;
+        afterwards.append(QStringLiteral("Retention did not finish: %1").arg(status.message));
+    }
+    result.problems += afterwards;
+    result.warnings = warnings;
     m_progress.step = int(RunStep::Done);
     result.outcome = warnings > 0 ? RunResult::Outcome::Warning : RunResult::Outcome::Success;
     result.message =
         warnings == 0
             ? QStringLiteral("Backup completed.")
             : QStringLiteral("Backup completed with %1 warning(s) and 0 error(s).").arg(warnings);
+    if (removed.versions > 0) {
+        result.message +=
+            QStringLiteral(" Retention deleted %1 file version(s).").arg(removed.versions);
+    }
+    if (removed.leftovers > 0) {
+        result.message += QStringLiteral(" %1 object(s) left by interrupted runs were deleted.")
+                              .arg(removed.leftovers);
+    }
+    for (const QString& problem : std::as_const(afterwards)) {
+        result.message += ' ' + problem;
+    }
     return result;
 }
 

@@ -1,6 +1,7 @@
 #include "service/engine/CurrentRestorer.h"
 
 #include "service/engine/CurrentBlocks.h"
+#include "service/engine/CurrentRetention.h"
 #include "service/engine/CurrentStore.h"
 #include "service/engine/EntryNodes.h"
 
@@ -84,6 +85,9 @@ public:
 
     QStringList failed;
     QSet<QByteArray> failedPaths;
+    // Versions not in the storage, by object name: told apart from those
+    // retention removed once every file was tried.
+    QVector<std::pair<QString, FileJob>> missing;
 
 private:
     void work()
@@ -143,7 +147,9 @@ private:
         }
         const Status status = backend.read(name, 0, -1, source);
         if (status.error == Kel::Cloud::Operation::Error::ObjectNotFound) {
-            return QStringLiteral("its version %1 is missing from the storage").arg(entry.version);
+            std::lock_guard lock(m_mutex);
+            missing.append({name, job});
+            return QString();
         }
         if (!status.ok()) {
             return status.message;
@@ -231,6 +237,40 @@ Status chooseRun(const QStringList& runs, const RestoreDescription& d, QString* 
 
 } // namespace
 
+// Of the versions the storage lacked, those a retention record names are
+// left out quietly; the others are named as missing. The paths (the owners
+// of the objects) whose versions retention removed.
+QSet<QByteArray> CurrentRestorer::leaveOutRetired(CurrentStore& store, Fetcher& fetcher,
+                                                  RestoreResult* result)
+{
+    QSet<QString> names;
+    for (const auto& [name, job] : std::as_const(fetcher.missing)) {
+        names.insert(name);
+    }
+    QSet<QString> retired;
+    if (!names.isEmpty()) {
+        const Status status = retiredVersions(store, names, &retired);
+        if (!status.ok()) {
+            retired.clear();
+            fetcher.fail(
+                QByteArray(),
+                QStringLiteral("the retention records cannot be read: %1").arg(status.message));
+        }
+    }
+    QSet<QByteArray> owners;
+    for (const auto& [name, job] : std::as_const(fetcher.missing)) {
+        if (!retired.contains(name)) {
+            fetcher.fail(job.entry.path,
+                         QStringLiteral("its version %1 is missing from the storage")
+                             .arg(job.entry.version));
+            continue;
+        }
+        ++result->retired;
+        owners.insert(job.owner);
+    }
+    return owners;
+}
+
 RestoreResult CurrentRestorer::run()
 {
     RestoreResult result;
@@ -317,12 +357,15 @@ RestoreResult CurrentRestorer::run()
         }
     }
     fetcher.finish();
+    const QSet<QByteArray> retired = leaveOutRetired(store, fetcher, &result);
     for (const FileJob& job : std::as_const(links)) {
         if (job.owner.isEmpty()) {
             continue;
         }
         QString error;
-        if (fetcher.failedPaths.contains(job.owner)) {
+        if (retired.contains(job.owner)) {
+            ++result.retired;
+        } else if (fetcher.failedPaths.contains(job.owner)) {
             fetcher.fail(job.entry.path,
                          QStringLiteral("the file it is a hard link of was not restored"));
         } else if (!target.makeHardLink(job.place, linked.value(job.owner), &error)) {
@@ -346,6 +389,11 @@ RestoreResult CurrentRestorer::run()
                      : result.ok ? QStringLiteral("Restore completed.")
                                  : QStringLiteral("Restore completed with %1 item(s) not restored.")
                                        .arg(result.failed.size());
+    if (result.retired > 0 && !m_stop) {
+        result.message += QStringLiteral(" %1 file(s) were left out: the retention policy had "
+                                         "deleted their versions.")
+                              .arg(result.retired);
+    }
     return result;
 }
 

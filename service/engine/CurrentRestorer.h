@@ -3,9 +3,12 @@
 #include "orvRepository/Repository.h"
 #include "service/engine/Restorer.h"
 
+#include <QSet>
 #include <atomic>
 
 namespace Orv::Engine {
+
+class CurrentStore;
 
 // Restores a run of the current format: the newest run, the run named in
 // the description, or the newest run not later than its point in time. It
@@ -27,6 +30,7 @@ public:
 
 private:
     class Fetcher;
+    QSet<QByteArray> leaveOutRetired(CurrentStore& store, Fetcher& fetcher, RestoreResult* result);
 
     const Orv::Repository::Repository& m_repository;
     RestoreDescription m_description;

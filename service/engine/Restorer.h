@@ -33,7 +33,8 @@ struct RestoreResult
     quint64 files = 0;
     quint64 bytes = 0;
     quint64 skipped = 0;
-    QStringList failed; // each "path: reason"
+    quint64 retired = 0; // files left out: retention deleted their versions
+    QStringList failed;  // each "path: reason"
 };
 
 // Restores a restore point: walks its trees for the chosen paths, creates

@@ -53,6 +53,22 @@ struct RunDescription
         QDateTime cutoff(const QDateTime& now) const;
     };
     Retention retention;
+
+    // Which file versions the current format keeps. Applied after every run
+    // that commits; a policy that deletes nothing costs nothing.
+    struct VersionRetention
+    {
+        Retention age;               // a count of 0 deletes nothing by age
+        bool fromBackupDate = false; // else from the file's modification time
+        int keep = 0;                // the newest versions kept of each file; 0: all
+        bool keepLast = true;        // the newest version outlives its age
+        int deletedAfterDays = -1;   // files gone from the source; -1: kept
+        bool deletes() const { return age.count > 0 || keep > 0 || deletedAfterDays >= 0; }
+    };
+    VersionRetention versions;
+    // The plan as the storage keeps it beside its data (no password in it);
+    // empty: not saved.
+    QByteArray savedPlan;
     // The clock of retention; tests move it.
     std::function<QDateTime()> now = [] { return QDateTime::currentDateTimeUtc(); };
 };
@@ -99,6 +115,7 @@ struct RunResult
     QString generation;
     QString point;
     bool full = false;
+    quint64 versionsRemoved = 0; // by the retention of file versions
 };
 
 } // namespace Orv::Engine

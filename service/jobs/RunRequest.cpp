@@ -148,15 +148,11 @@ bool describeBackup(const BackupFile& plan, const RunSettings& settings, bool lo
     d.retryInterval = settings.retryInterval;
     d.retention = retention(plan.retentionPolicy(), settings);
     if (request->currentFormat) {
-        // Versions are kept per file in this format; until that retention
-        // lands, nothing is deleted, and the run says so when it was asked.
-        QStringList notices;
-        if (d.retention.count > 0 || plan.retentionPolicy().useKeepVersion() ||
-            plan.retentionPolicy().useDeleteLocaly())
-            notices << QStringLiteral("The retention of file versions is not applied yet: "
-                                      "no version was deleted");
-        request->notice = notices.join(QStringLiteral("; "));
+        // Versions are kept per file in this format, not by generation.
+        d.versions = versionRetention(plan.retentionPolicy(), settings);
         d.retention = {};
+        if (plan.savePlanInCloud())
+            d.savedPlan = plan.toXml(Base::SecretForm::Masked).toUtf8();
     }
     return makeAction(plan.actions().pre(), plan.actions().pre().terminateOnFailure(),
                       &request->pre, error) &&
@@ -223,7 +219,36 @@ RunSettings RunSettings::current()
     const int mode = Orv::Common::SymlinkBackupMode::indexOf(store->getSymlinksBackupMode());
     s.symlinkMode = mode < 0 ? int(Orv::Common::SymlinkBackupMode::SymlinkOnly) : mode;
     s.retentionDays = daysOfSpan(store->getSerializationSupportRetentionTime());
+    // The largest count means no limit.
+    const qint64 versions = number(store->getRetentionNumberOfVersions(), 0);
+    s.retentionVersions =
+        versions > 0 && versions < number(QLatin1String(Orv::KeepNumberOfVersions_Disasbled), 0)
+            ? int(versions)
+            : 0;
+    s.retentionKeepLast = store->getRetentionDeleteLastVersion() != QLatin1String("false");
+    s.retentionBackupDate = store->getRetentionUseBackupDate() == QLatin1String("true");
     return s;
+}
+
+RunDescription::VersionRetention versionRetention(const BackupRetentionPolicy& policy,
+                                                  const RunSettings& settings)
+{
+    RunDescription::VersionRetention kept;
+    // The settings have no value for files deleted at the source: that
+    // choice is always the plan's own.
+    if (policy.useDeleteLocaly())
+        kept.deletedAfterDays = qMax(0, policy.deleteLocalyAfter());
+    kept.age = retention(policy, settings);
+    if (policy.type() == Backup::RetentionPolicy::Type::Default) {
+        kept.keep = settings.retentionVersions;
+        kept.keepLast = settings.retentionKeepLast;
+        kept.fromBackupDate = settings.retentionBackupDate;
+        return kept;
+    }
+    kept.keep = policy.useKeepVersion() ? qMax(1, policy.keepVersion()) : 0;
+    kept.keepLast = policy.useKeepLastVersion();
+    kept.fromBackupDate = policy.useBackupDate();
+    return kept;
 }
 
 bool parseActionCommand(const QString& command, QString* program, QStringList* arguments)

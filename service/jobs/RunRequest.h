@@ -1,5 +1,6 @@
 #pragma once
 
+#include "orvInfo/Plan/BackupRetentionPolicy.h"
 #include "orvInfo/Plan/Base.h"
 #include "orvInfo/StorageConnection.h"
 #include "orvRepository/Repository.h"
@@ -63,6 +64,10 @@ struct RunSettings
     int retryInterval = 1000;
     int symlinkMode = 1;
     int retentionDays = 0; // the global retention by age; 0: keep everything
+    // The global retention of file versions (the current format).
+    int retentionVersions = 0; // versions kept of each file; 0: all
+    bool retentionKeepLast = true;
+    bool retentionBackupDate = false;
 
     // From the settings store of the service.
     static RunSettings current();
@@ -76,6 +81,11 @@ bool makeRunRequest(const Orv::Info::Plan::Base& plan,
                     const Orv::Info::Storage::Connection& account, const QVariantMap& backendConfig,
                     const RunSettings& settings, const QString& cacheRoot, bool forceFull,
                     RunRequest* request, QString* error);
+
+// Which file versions a plan of the current format keeps: its own policy,
+// or the settings' when its policy is Default.
+Orv::Engine::RunDescription::VersionRetention
+versionRetention(const Orv::Info::Plan::BackupRetentionPolicy& policy, const RunSettings& settings);
 
 // Splits an action's command line ("\"/path/to/file\" arg1 arg2"); false
 // when it does not start with a quoted program.

@@ -2,17 +2,22 @@
 // committed by manifests, restores of any run, on a folder and on the real
 // storage peers.
 #include "StoragePeers.h"
+#include "kelBackupFormat/Records.h"
 #include "kelCloud/Config.h"
 #include "kelStreams/Hash.h"
 #include "service/engine/CurrentArchiver.h"
 #include "service/engine/CurrentBrowser.h"
 #include "service/engine/CurrentRestorer.h"
+#include "service/engine/CurrentSavedPlan.h"
+#include "service/engine/CurrentStore.h"
+#include "support/QtPrinters.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QMap>
 #include <QProcess>
+#include <QSet>
 #include <QTemporaryDir>
 #include <dirent.h>
 #include <fcntl.h>
@@ -228,9 +233,23 @@ TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
         QDateTime clock = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
         d.now = [&clock] { return clock; };
         QList<QMap<QByteArray, QByteArray>> states;
+        d.savedPlan = "<Plan><Name>Documents</Name><Password>****</Password></Plan>";
 
         const RunResult first = backup(d);
         ASSERT_EQ(first.outcome, RunResult::Outcome::Success) << first.message.toStdString();
+        {
+            CurrentStore store(*repository, d.planId);
+            ASSERT_TRUE(store.connect().ok());
+            ASSERT_TRUE(store.openKeys({false, {}, d.password, {}, true}).ok());
+            QByteArray saved;
+            const auto status = readSavedPlan(store, &saved);
+            EXPECT_TRUE(status.ok()) << status.message.toStdString();
+            EXPECT_EQ(saved, d.savedPlan);
+            QByteArray raw;
+            ASSERT_TRUE(store.backend().read(store.layout().savedPlan(d.planId), 0, -1, &raw).ok());
+            EXPECT_EQ(raw.contains("Documents"), !encrypted) << "sealed when encrypting";
+        }
+        d.savedPlan.clear();
         EXPECT_TRUE(first.full);
         EXPECT_GT(first.bytesUploaded, encrypted ? 9000000u : 9400000u);
         states.append(describe(source));
@@ -244,6 +263,14 @@ TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
         clock = clock.addSecs(1800);
         const RunResult unchanged = backup(d);
         ASSERT_EQ(unchanged.outcome, RunResult::Outcome::Success);
+        {
+            CurrentStore store(*repository, d.planId);
+            ASSERT_TRUE(store.connect().ok());
+            QByteArray saved;
+            EXPECT_EQ(readSavedPlan(store, &saved).error,
+                      Kel::Cloud::Operation::Error::ObjectNotFound)
+                << "a plan that no longer saves itself leaves no stale copy";
+        }
         EXPECT_EQ(unchanged.filesRead, 0u);
         EXPECT_LT(unchanged.bytesUploaded, 16u * 1024) << "the manifest alone";
 
@@ -399,12 +426,126 @@ TEST_P(CurrentFaultTest, WrongPasswordChangesNothingAndBadVersionsAreNamed)
     EXPECT_FALSE(got.contains("/large.bin")) << "no half file under the real name";
 }
 
-// Backups killed at random moments: every run that committed restores whole,
-// and a run after the last kill completes.
+// The objects of one plan below the storage folder: every version object by
+// its run, and the runs with a manifest.
+struct Stored
+{
+    QMultiMap<QString, QString> versions; // path key folder -> run
+    QSet<QString> manifests;
+};
+
+Stored stored(const QString& plan)
+{
+    Stored out;
+    QDirIterator it(plan + "/files", QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        out.versions.insert(it.fileInfo().path(), it.fileName().mid(1));
+    }
+    const QStringList runs = QDir(plan + "/manifests").entryList(QDir::Files);
+    out.manifests = QSet<QString>(runs.begin(), runs.end());
+    return out;
+}
+
+// Runs a day or more apart with changes between them, then a run whose
+// policy keeps two versions of each file and drops files gone for five days,
+// with objects of a run cut off before it and of a run still going. Every
+// point in time then restores what was kept; what retention removed is left
+// out, not called missing, while a version lost otherwise still is.
+TEST_P(CurrentFaultTest, RetentionKeepsWhatThePolicySaysAndRestoresStayTruthful)
+{
+    RunDescription d = run(false);
+    QDateTime clock = QDateTime::fromString("2026-03-01T10:00:00Z", Qt::ISODate);
+    d.now = [&clock] { return clock; };
+    const QString plan = dir.filePath("storage/host1/cbf/" + d.planId);
+    const QString notes = plan + "/files/p" + QString::fromLocal8Bit(source) + "/notes";
+    QList<QMap<QByteArray, QByteArray>> states;
+    QStringList points;
+    auto step = [&](int days) {
+        clock = clock.addDays(days);
+        const RunResult r = backup(d);
+        ASSERT_EQ(r.outcome, RunResult::Outcome::Success) << r.message.toStdString();
+        states.append(describe(source));
+        points.append(r.point);
+    };
+    writeFile(source + "/notes", "first");
+    writeFile(source + "/gone.txt", "soon gone");
+    step(0);
+    writeFile(source + "/notes", "second");
+    step(10);
+    writeFile(source + "/notes", "third");
+    ASSERT_TRUE(QFile::remove(QString::fromLocal8Bit(source + "/gone.txt")));
+    step(10);
+    ASSERT_EQ(stored(plan).versions.count(notes), 3);
+
+    // What a run cut off five days ago left, and what a run going on
+    // elsewhere has stored so far.
+    const QString cutOff = Kel::Archive::Layout::newId(clock.addDays(5));
+    const QString going = Kel::Archive::Layout::newId(clock.addDays(11));
+    ASSERT_TRUE(QFile::copy(notes + "/@" + points.at(2), notes + "/@" + cutOff));
+    ASSERT_TRUE(QFile::copy(notes + "/@" + points.at(2), notes + "/@" + going));
+
+    d.versions.keep = 2;
+    d.versions.deletedAfterDays = 5;
+    clock = clock.addDays(10);
+    const RunResult pruned = backup(d);
+    ASSERT_EQ(pruned.outcome, RunResult::Outcome::Success) << pruned.message.toStdString();
+    EXPECT_EQ(pruned.versionsRemoved, 2u) << "the first notes and gone.txt";
+    EXPECT_TRUE(pruned.message.contains("Retention deleted 2 file version(s)"))
+        << pruned.message.toStdString();
+    EXPECT_TRUE(pruned.message.contains("1 object(s) left by interrupted runs"))
+        << pruned.message.toStdString();
+    const Stored after = stored(plan);
+    QStringList kept = after.versions.values(notes);
+    kept.sort();
+    EXPECT_EQ(kept, (QStringList{points.at(1), points.at(2), going}));
+    for (auto it = after.versions.cbegin(); it != after.versions.cend(); ++it) {
+        EXPECT_TRUE(it.value() == going || after.manifests.contains(it.value()))
+            << it.key().toStdString();
+    }
+    EXPECT_TRUE(QFile::exists(plan + "/retention/" + pruned.point));
+
+    // Each point: what it had, less what retention removed.
+    const QList<QByteArray> removed[] = {{"/notes", "/gone.txt"}, {"/gone.txt"}, {}};
+    for (int i = 0; i < 3; ++i) {
+        SCOPED_TRACE(i);
+        RestoreDescription r;
+        r.bunch = d.planId;
+        r.point = points.at(i);
+        r.target.destination = out(QStringLiteral("at-%1").arg(i));
+        const RestoreResult result = CurrentRestorer(*repository, r).run();
+        EXPECT_TRUE(result.ok) << result.failed.join('\n').toStdString();
+        EXPECT_EQ(result.retired, quint64(removed[i].size()));
+        QMap<QByteArray, QByteArray> want = states.at(i);
+        for (const QByteArray& path : removed[i]) {
+            want.remove(path);
+        }
+        EXPECT_EQ(describe(restored(r.target.destination)), want);
+    }
+
+    // The same point with one kept version lost from the storage.
+    ASSERT_TRUE(QFile::remove(notes + "/@" + points.at(1)));
+    RestoreDescription r;
+    r.bunch = d.planId;
+    r.point = points.at(1);
+    r.target.destination = out("lost");
+    const RestoreResult lost = CurrentRestorer(*repository, r).run();
+    EXPECT_FALSE(lost.ok);
+    ASSERT_EQ(lost.failed.size(), 1);
+    EXPECT_TRUE(lost.failed.first().contains("notes: its version " + points.at(1) + " is missing"))
+        << lost.failed.first().toStdString();
+}
+
+// Backups killed at random moments, each of them deleting what its policy no
+// longer keeps: every run that committed restores whole or less only what
+// retention removed, and a run after the last kill completes and leaves no
+// object of the killed runs behind.
 TEST_P(CurrentFaultTest, KilledRunsLeaveEveryEarlierRunRestorable)
 {
-    const RunDescription d = run(true);
-    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    RunDescription d = run(true);
+    d.versions.keep = 2;
+    const RunResult first = backup(d);
+    ASSERT_EQ(first.outcome, RunResult::Outcome::Success);
     std::mt19937 random(20261123);
     const int rounds = qEnvironmentVariableIsSet("ORV_KILL_ROUNDS")
                            ? qEnvironmentVariableIntValue("ORV_KILL_ROUNDS")
@@ -432,6 +573,14 @@ TEST_P(CurrentFaultTest, KilledRunsLeaveEveryEarlierRunRestorable)
                           << r.failed.join('\n').toStdString();
         EXPECT_EQ(describe(restored(to)), describe(source));
         QDir(QString::fromLocal8Bit(to)).removeRecursively();
+        RestoreDescription earliest;
+        earliest.bunch = d.planId;
+        earliest.point = first.point;
+        earliest.password = d.password;
+        earliest.target.destination = to;
+        const RestoreResult e = CurrentRestorer(*repository, earliest).run();
+        ASSERT_TRUE(e.ok) << "round " << round << ": " << e.failed.join('\n').toStdString();
+        QDir(QString::fromLocal8Bit(to)).removeRecursively();
     }
     EXPECT_EQ(killed, rounds);
 
@@ -442,6 +591,13 @@ TEST_P(CurrentFaultTest, KilledRunsLeaveEveryEarlierRunRestorable)
     const QByteArray to = out("final");
     ASSERT_TRUE(restore(d, to).ok);
     EXPECT_EQ(describe(restored(to)), describe(source));
+    const Stored left = stored(dir.filePath("storage/host1/cbf/" + d.planId));
+    for (const QString& folder : left.versions.uniqueKeys()) {
+        EXPECT_LE(left.versions.count(folder), 2) << folder.toStdString();
+    }
+    for (const QString& version : left.versions) {
+        EXPECT_TRUE(left.manifests.contains(version)) << version.toStdString();
+    }
 }
 
 // Block level on a large file, on the folder, where the test reaches the
