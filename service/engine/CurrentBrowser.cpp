@@ -1,6 +1,7 @@
 #include "service/engine/CurrentBrowser.h"
 
 #include "orvRepository/CurrentCache.h"
+#include "service/engine/CurrentRetention.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -73,6 +74,8 @@ void removeCacheFiles(const QString& path)
 // Empty when the version object reads whole and names itself as expected,
 // else what is wrong with it. size is the file's size when the version holds
 // the file whole, -1 when it holds changed blocks only.
+const QString kMissing = QStringLiteral("is missing from the storage");
+
 QString verify(Kel::Cloud::Backend& backend, const Kel::Archive::KeySet& keys, const QString& name,
                const QByteArray& owner, const QString& version, qint64 size)
 {
@@ -86,7 +89,7 @@ QString verify(Kel::Cloud::Backend& backend, const Kel::Archive::KeySet& keys, c
     }
     const Status status = backend.read(name, 0, -1, source);
     if (status.error == Kel::Cloud::Operation::Error::ObjectNotFound) {
-        return QStringLiteral("is missing from the storage");
+        return kMissing;
     }
     if (!status.ok()) {
         return QStringLiteral("cannot be read: %1").arg(status.message);
@@ -386,13 +389,25 @@ Status CurrentBrowser::check(const QString& plan, const QByteArray& password,
     }
     // Object names already read; one per version, not per file and run.
     QSet<QString> checked;
-    auto checkOnce = [&](const QString& name, const QByteArray& owner, const QString& version,
+    // Versions the storage lacks, with what is said of each: those a
+    // retention record names were removed on purpose and are no problem.
+    QVector<std::pair<QString, QString>> missing;
+    QString name;
+    auto checkOnce = [&](const QString& object, const QByteArray& owner, const QString& version,
                          qint64 size) -> QString {
-        if (checked.contains(name)) {
+        name = object;
+        if (checked.contains(object)) {
             return {};
         }
-        checked.insert(name);
-        return verify(store.backend(), store.keys(), name, owner, version, size);
+        checked.insert(object);
+        return verify(store.backend(), store.keys(), object, owner, version, size);
+    };
+    auto report = [&](const QString& problem, const QString& text) {
+        if (problem == kMissing) {
+            missing.append({name, text});
+        } else {
+            problems->append(text);
+        }
     };
     for (const QString& run : std::as_const(runs)) {
         ManifestHeader header;
@@ -406,22 +421,36 @@ Status CurrentBrowser::check(const QString& plan, const QByteArray& password,
             QString problem =
                 checkOnce(store.versionName(owner, entry.version), owner, entry.version, size);
             if (!problem.isEmpty()) {
-                problems->append(QStringLiteral("%1: its version %2 (run %3) %4")
-                                     .arg(path, entry.version, run, problem));
+                report(problem, QStringLiteral("%1: its version %2 (run %3) %4")
+                                    .arg(path, entry.version, run, problem));
             }
             if (!entry.base.isEmpty()) {
                 problem = checkOnce(store.versionName(owner, entry.base), owner, entry.base, -1);
                 if (!problem.isEmpty()) {
-                    problems->append(
-                        QStringLiteral("%1: the full version %2 that its version %3 (run %4) "
-                                       "builds on %5")
-                            .arg(path, entry.base, entry.version, run, problem));
+                    report(problem,
+                           QStringLiteral("%1: the full version %2 that its version %3 (run %4) "
+                                          "builds on %5")
+                               .arg(path, entry.base, entry.version, run, problem));
                 }
             }
             return true;
         });
         if (!read.ok()) {
             problems->append(read.message);
+        }
+    }
+    QSet<QString> names;
+    for (const auto& [object, text] : std::as_const(missing)) {
+        names.insert(object);
+    }
+    QSet<QString> retired;
+    if (!names.isEmpty() && !(status = retiredVersions(store, names, &retired)).ok()) {
+        problems->append(
+            QStringLiteral("the retention records cannot be read: %1").arg(status.message));
+    }
+    for (const auto& [object, text] : std::as_const(missing)) {
+        if (!retired.contains(object)) {
+            problems->append(text);
         }
     }
     return Status::success();

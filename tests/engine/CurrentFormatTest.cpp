@@ -534,6 +534,13 @@ TEST_P(CurrentFaultTest, RetentionKeepsWhatThePolicySaysAndRestoresStayTruthful)
     ASSERT_EQ(lost.failed.size(), 1);
     EXPECT_TRUE(lost.failed.first().contains("notes: its version " + points.at(1) + " is missing"))
         << lost.failed.first().toStdString();
+    // The storage check tells the same: the lost version, none that
+    // retention removed.
+    QStringList problems;
+    ASSERT_TRUE(CurrentBrowser(*repository).check(d.planId, d.password, &problems).ok());
+    ASSERT_EQ(problems.size(), 1) << problems.join('\n').toStdString();
+    EXPECT_TRUE(problems.first().contains("its version " + points.at(1)))
+        << problems.first().toStdString();
 }
 
 // Backups killed at random moments, each of them deleting what its policy no
