@@ -300,8 +300,14 @@ RestoreResult CurrentRestorer::run()
     QVector<FileJob> links;
     QHash<QByteArray, QByteArray> linked; // place of each restored file that has hard links
     const QList<QByteArray>& paths = m_description.paths;
-    Kel::Archive::ManifestHeader header;
-    status = store.readManifest(run, &header, [&](const ManifestEntry& entry) {
+    // With deleted files, the paths the chosen run holds (and those taken
+    // since): an earlier run adds only what none of the later ones had.
+    QSet<QByteArray> seen;
+    const bool withDeleted = m_description.includeDeleted && run != runs.first();
+    const auto take = [&](const ManifestEntry& entry) {
+        if (withDeleted) {
+            seen.insert(entry.path);
+        }
         const bool chosen = selected(entry.path, paths);
         if (!chosen && !(entry.node.isDirectory() && onTheWay(entry.path, paths))) {
             return !m_stop;
@@ -343,7 +349,17 @@ RestoreResult CurrentRestorer::run()
         }
         fetcher.add(std::move(job));
         return !m_stop;
-    });
+    };
+    Kel::Archive::ManifestHeader header;
+    status = store.readManifest(run, &header, take);
+    // Newest first, so that a file deleted at the source comes back as it
+    // was last backed up.
+    for (int i = runs.indexOf(run) - 1; withDeleted && status.ok() && i >= 0 && !m_stop; --i) {
+        Kel::Archive::ManifestHeader older;
+        status = store.readManifest(runs.at(i), &older, [&](const ManifestEntry& entry) {
+            return seen.contains(entry.path) ? !m_stop : take(entry);
+        });
+    }
     if (!status.ok()) {
         result.message = status.message;
         return result;

@@ -306,6 +306,21 @@ TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
             ASSERT_TRUE(r.ok) << i << r.message.toStdString() << r.failed.join('\n').toStdString();
             EXPECT_EQ(describe(restored(to)), states.at(i)) << "point " << i;
         }
+        if (GetParam() == Storage::Folder) {
+            // The latest state with what the source lost on the way: the
+            // removed file as it was last backed up, the removed folder.
+            RestoreDescription all;
+            all.bunch = d.planId;
+            all.password = d.password;
+            all.includeDeleted = true;
+            all.target.destination = out(QStringLiteral("deleted-%1").arg(tag));
+            const RestoreResult r = CurrentRestorer(*repository, all).run();
+            ASSERT_TRUE(r.ok) << r.failed.join('\n').toStdString();
+            auto want = states.at(2);
+            want.insert("/text with spaces.txt", states.at(0).value("/text with spaces.txt"));
+            want.insert("/empty folder", states.at(1).value("/empty folder"));
+            EXPECT_EQ(describe(restored(all.target.destination)), want);
+        }
         const RestoreResult early = restore(d, out("early"), start.addSecs(-1));
         EXPECT_FALSE(early.ok);
         EXPECT_FALSE(QFileInfo::exists(dir.filePath("early")));
