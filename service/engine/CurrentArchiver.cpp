@@ -417,19 +417,36 @@ public:
     bool stopRequested() const override { return m_archiver.m_stop || m_uploader.failed(); }
     void beginRoot(const WalkEntry&) override {}
     void endRoot(const WalkEntry&) override {}
-    void leaveDirectory(const WalkEntry&) override {}
 
     void enterDirectory(const WalkEntry& directory) override
     {
         ++m_archiver.m_progress.filesSeen;
+        countEntry();
+        m_entries.push_back(0);
         if (directory.path == "/") {
             return;
         }
         m_cache.put({directory.path, nodeOf(directory), QString(), QByteArray(), QString()});
     }
 
+    // A folder left with nothing in it goes when empty folders are not
+    // kept, and then no longer counts in its parent: folders holding only
+    // empty folders go too. The roots always stay.
+    void leaveDirectory(const WalkEntry& directory) override
+    {
+        const int entries = m_entries.back();
+        m_entries.pop_back();
+        if (entries > 0 || m_archiver.m_description.keepEmptyFolders || m_entries.empty() ||
+            directory.path == "/") {
+            return;
+        }
+        m_cache.drop(directory.path);
+        --m_entries.back();
+    }
+
     void entry(const WalkEntry& walked) override
     {
+        countEntry();
         ManifestEntry entry{walked.path, nodeOf(walked), QString(), QByteArray(), QString()};
         ++m_archiver.m_progress.filesSeen;
         m_archiver.m_progress.bytesSeen += entry.node.size;
@@ -473,10 +490,18 @@ public:
     }
 
 private:
+    void countEntry()
+    {
+        if (!m_entries.empty()) {
+            ++m_entries.back();
+        }
+    }
+
     CurrentArchiver& m_archiver;
     CurrentCache& m_cache;
     Uploader& m_uploader;
     QString m_run;
+    std::vector<int> m_entries; // per open folder, what it holds so far
 };
 
 CurrentArchiver::CurrentArchiver(const Orv::Repository::Repository& repository,

@@ -368,7 +368,8 @@ QString largestObject(const QString& folder)
 
 TEST_P(CurrentFaultTest, WrongPasswordChangesNothingAndBadVersionsAreNamed)
 {
-    const RunDescription d = run(true);
+    RunDescription d = run(true);
+    d.keepEmptyFolders = false;
     ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
     const QString storage = dir.filePath("storage/host1/cbf/" + d.planId);
     // Sealed names keep the tree's shape: large.bin's versions sit as many
@@ -439,6 +440,7 @@ TEST_P(CurrentFaultTest, WrongPasswordChangesNothingAndBadVersionsAreNamed)
     EXPECT_EQ(got.value("/new\nline"), want.value("/new\nline"));
     EXPECT_EQ(got.value("/deep"), want.value("/deep"));
     EXPECT_FALSE(got.contains("/large.bin")) << "no half file under the real name";
+    EXPECT_FALSE(got.contains("/empty folder")) << "empty folders were not to be kept";
 }
 
 // The objects of one plan below the storage folder: every version object by
