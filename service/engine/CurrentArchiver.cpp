@@ -1,6 +1,7 @@
 #include "service/engine/CurrentArchiver.h"
 
 #include "kelBackupFormat/Bytes.h"
+#include "kelStreams/BandwidthLimiter.h"
 #include "orvRepository/CurrentCache.h"
 #include "service/engine/CurrentBlocks.h"
 #include "service/engine/CurrentRetention.h"
@@ -292,6 +293,7 @@ private:
                                .arg(sink.device()->errorString()));
         }
         const qint64 stored = sink.device()->size();
+        m_limiter.acquire(stored);
         const Status status = sink.store(backend, name, d);
         if (!status.ok()) {
             return status;
@@ -391,6 +393,8 @@ private:
     const Kel::Archive::KeySet m_keys;
     const QString m_run;
     std::vector<std::thread> m_threads;
+    // The bandwidth setting, shared by every upload thread.
+    Kel::Streams::BandwidthLimiter m_limiter{m_archiver.m_description.bandwidth};
     std::mutex m_mutex;
     std::condition_variable m_ready;
     std::condition_variable m_room;
