@@ -164,6 +164,20 @@ void CurrentCache::drop(const QByteArray& path)
     sqlite3_finalize(s);
 }
 
+void CurrentCache::carryForward(const QByteArray& path)
+{
+    std::lock_guard lock(m_mutex);
+    // Below "/p" lie the paths between "/p/" and "/p0" ('0' follows '/').
+    const QByteArray folder = path.endsWith('/') ? path : path + '/';
+    sqlite3_stmt* s = prepare("INSERT OR IGNORE INTO run(path, entry) SELECT path, entry FROM last "
+                              "WHERE path=?1 OR (path>=?2 AND path<?3)");
+    bindBytes(s, 1, path);
+    bindBytes(s, 2, folder);
+    bindBytes(s, 3, folder.left(folder.size() - 1) + '0');
+    sqlite3_step(s);
+    sqlite3_finalize(s);
+}
+
 bool CurrentCache::findInode(quint64 device, quint64 inode, ManifestEntry* entry)
 {
     std::lock_guard lock(m_mutex);

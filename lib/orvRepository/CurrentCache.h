@@ -43,6 +43,10 @@ public:
     void put(const Kel::Archive::ManifestEntry& entry);
     // Drops the entry of the path and the hard links to it.
     void drop(const QByteArray& path);
+    // Puts the last run's entries of the path and of everything below it into
+    // this run where the run has none: what could not be read this time
+    // stays as it was last backed up rather than looking deleted.
+    void carryForward(const QByteArray& path);
     // A file of this run with the inode that is no hard link itself.
     bool findInode(quint64 device, quint64 inode, Kel::Archive::ManifestEntry* entry);
     // The run's entries in byte order of their paths, until the callback

@@ -268,7 +268,7 @@ private:
             fd = ::open(entry->path.constData(), O_RDONLY | O_CLOEXEC);
         }
         if (fd < 0) {
-            skip(entry->path, QString::fromLocal8Bit(strerror(errno)));
+            skip(entry->path, errno);
             return Status::success();
         }
         posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -285,7 +285,7 @@ private:
                                   : writeWhole(fd, name, entry, sink.device(), buffer, &error);
         ::close(fd);
         if (result == Result::ReadFailed) {
-            skip(entry->path, QString::fromLocal8Bit(strerror(error)));
+            skip(entry->path, error);
             return Status::success();
         }
         if (result != Result::Stored) {
@@ -368,9 +368,15 @@ private:
         return result;
     }
 
-    void skip(const QByteArray& path, const QString& reason)
+    // A file that vanished before it was read is gone from this run; one
+    // that could not be read keeps its last version, as the walk's problems.
+    void skip(const QByteArray& path, int error)
     {
+        const QString reason = QString::fromLocal8Bit(strerror(error));
         m_cache.drop(path);
+        if (error != ENOENT) {
+            m_cache.carryForward(path);
+        }
         ++m_archiver.m_progress.filesFailed;
         std::lock_guard lock(m_mutex);
         ++warnings;
@@ -485,7 +491,16 @@ public:
         m_uploader.add(entry, known ? fullVersion(other) : QString());
     }
 
+    // What is there but out of reach (a folder that cannot be read, a source
+    // not mounted) keeps its last backed-up state in this run: it must not
+    // look deleted at the source, which retention would act on.
     void problem(const QByteArray& path, const QString& reason) override
+    {
+        m_cache.carryForward(path);
+        vanished(path, reason);
+    }
+
+    void vanished(const QByteArray& path, const QString& reason) override
     {
         ++warnings;
         if (problems.size() < kMaxProblems) {

@@ -695,9 +695,11 @@ void SourceWalker::Private::examine(size_t depth, const Name& n)
     const int dirFd = dirfd(lv.dir);
     if (fstatat(dirFd, name, &item.st, AT_SYMLINK_NOFOLLOW) != 0) {
         int error = errno;
-        visitor->problem(item.path, error == ENOENT
-                                        ? QStringLiteral("vanished before it was read")
-                                        : QStringLiteral("cannot be read: ") + errorText(error));
+        if (error == ENOENT) {
+            visitor->vanished(item.path, QStringLiteral("vanished before it was read"));
+        } else {
+            visitor->problem(item.path, QStringLiteral("cannot be read: ") + errorText(error));
+        }
         return;
     }
 

@@ -59,9 +59,12 @@ public:
     // Regular files, symlinks kept as links, fifos and devices.
     virtual void entry(const WalkEntry& entry) = 0;
 
-    // Something that could not be taken (it vanished, it cannot be read, a
-    // link loops or dangles): the run goes on and counts a warning.
+    // Something that could not be taken (it cannot be read, a link loops or
+    // dangles, a source is missing): the run goes on and counts a warning.
     virtual void problem(const QByteArray& path, const QString& reason) = 0;
+    // An entry deleted while the walk went through its folder: a problem
+    // too, but one that says the entry is gone rather than out of reach.
+    virtual void vanished(const QByteArray& path, const QString& reason) { problem(path, reason); }
 
     // Asked between entries; true ends the walk early.
     virtual bool stopRequested() const { return false; }

@@ -443,6 +443,32 @@ TEST_P(CurrentFaultTest, WrongPasswordChangesNothingAndBadVersionsAreNamed)
     EXPECT_FALSE(got.contains("/empty folder")) << "empty folders were not to be kept";
 }
 
+// A source out of reach (a folder not mounted) is no source deleted: the run
+// keeps what it last backed up of it, retention of deleted files leaves it
+// alone, and the latest run restores it whole.
+TEST_P(CurrentFaultTest, ASourceOutOfReachKeepsItsVersions)
+{
+    RunDescription d = run(false);
+    d.versions.deletedAfterDays = 0;
+    QDateTime clock = QDateTime::fromString("2026-11-01T10:00:00Z", Qt::ISODate);
+    d.now = [&clock] { return clock; };
+    ASSERT_EQ(backup(d).outcome, RunResult::Outcome::Success);
+    const auto before = describe(source);
+
+    const QString away = dir.filePath("unmounted");
+    ASSERT_TRUE(QDir().rename(QString::fromLocal8Bit(source), away));
+    clock = clock.addDays(2);
+    const RunResult missing = backup(d);
+    ASSERT_TRUE(QDir().rename(away, QString::fromLocal8Bit(source)));
+    EXPECT_EQ(missing.outcome, RunResult::Outcome::Warning) << missing.message.toStdString();
+    EXPECT_FALSE(missing.message.contains("deleted")) << missing.message.toStdString();
+
+    const QByteArray to = out("kept");
+    const RestoreResult r = restore(d, to);
+    ASSERT_TRUE(r.ok) << r.message.toStdString() << r.failed.join('\n').toStdString();
+    EXPECT_EQ(describe(restored(to)), before);
+}
+
 // The objects of one plan below the storage folder: every version object by
 // its run, and the runs with a manifest.
 struct Stored
