@@ -47,6 +47,11 @@ public:
 
     // The folder of every plan: "<prefix>/cbf/".
     QString root() const { return m_root; }
+    // One small object per plan, so that finding the plans of a storage lists
+    // a handful of names instead of every version of every plan (listings
+    // cannot stop at a folder).
+    QString planMarkers() const { return m_root + QStringLiteral("plans/"); }
+    QString planMarker(const QString& plan) const { return planMarkers() + plan; }
     QString plan(const QString& plan) const { return m_root + plan + '/'; }
     QString keys(const QString& plan) const { return this->plan(plan) + QStringLiteral("keys"); }
     QString manifests(const QString& plan) const

@@ -133,20 +133,26 @@ Status CurrentBrowser::plans(QList<CurrentPlanInfo>* plans, bool newestOnly) con
     if (!backend) {
         return status.ok() ? failure(QStringLiteral("The storage cannot be used.")) : status;
     }
-    // There is no listing by folder: the plans are found from their keys
-    // among every object of the format.
+    // Each plan leaves a marker; a storage written before markers has
+    // none, and its plans are found from their keys among every object.
     const CurrentLayout layout(m_repository.location().prefix);
-    const QString root = layout.root();
     QList<Kel::Cloud::ObjectInfo> objects;
-    status = backend->list(root, &objects);
+    status = backend->list(layout.planMarkers(), &objects);
+    QStringList ids;
+    for (const Kel::Cloud::ObjectInfo& object : std::as_const(objects)) {
+        ids.append(object.name.mid(layout.planMarkers().size()));
+    }
+    const QString root = layout.root();
+    if (status.ok() && ids.isEmpty()) {
+        status = backend->list(root, &objects);
+    }
     if (!status.ok()) {
         return status;
     }
-    QStringList ids;
     for (const Kel::Cloud::ObjectInfo& object : std::as_const(objects)) {
         const QString rest = object.name.mid(root.size());
         const QString id = rest.section(QLatin1Char('/'), 0, 0);
-        if (!id.isEmpty() && rest == id + QStringLiteral("/keys")) {
+        if (!id.isEmpty() && rest == id + QStringLiteral("/keys") && !ids.contains(id)) {
             ids.append(id);
         }
     }
@@ -520,6 +526,9 @@ Status CurrentBrowser::remove(const QString& plan) const
                      });
     for (int i = 0; status.ok() && i < objects.size(); ++i) {
         status = store.backend().remove(objects.at(i).name);
+    }
+    if (status.ok()) {
+        status = store.backend().remove(store.layout().planMarker(plan));
     }
     if (status.ok()) {
         removeCacheFiles(cachePath(plan));

@@ -82,7 +82,7 @@ Status CurrentStore::openKeys(const KeyRequest& request, Orv::Repository::Curren
         if (status.ok() && record.encrypted()) {
             remember(cache, passwordDigest(record, request.password), m_keys);
         }
-        return status;
+        return status.ok() ? markPlan() : status;
     }
     if (!status.ok()) {
         return status;
@@ -91,19 +91,30 @@ Status CurrentStore::openKeys(const KeyRequest& request, Orv::Repository::Curren
     if (!GenerationRecord::decode(bytes, &record) || record.id != m_plan) {
         return failure(QStringLiteral("The keys of the plan %1 are damaged.").arg(m_plan));
     }
-    if (!record.encrypted()) {
+    if (record.encrypted()) {
+        const QByteArray digest = passwordDigest(record, request.password);
+        if (!cachedKeys(cache, digest, &m_keys)) {
+            if (!record.unlock(request.password, &m_keys)) {
+                return failure(QStringLiteral("Wrong password for the plan %1.").arg(m_plan));
+            }
+            remember(cache, digest, m_keys);
+        }
+    } else {
         m_keys = Kel::Archive::KeySet();
-        return Status::success();
     }
-    const QByteArray digest = passwordDigest(record, request.password);
-    if (cachedKeys(cache, digest, &m_keys)) {
-        return Status::success();
+    // A run of a plan stored before plans were marked marks it.
+    return request.create ? markPlan() : Status::success();
+}
+
+Status CurrentStore::markPlan()
+{
+    const QString marker = m_layout.planMarker(m_plan);
+    Kel::Cloud::ObjectInfo info;
+    const Status found = m_backend->stat(marker, &info);
+    if (found.error != Kel::Cloud::Operation::Error::ObjectNotFound) {
+        return found;
     }
-    if (!record.unlock(request.password, &m_keys)) {
-        return failure(QStringLiteral("Wrong password for the plan %1.").arg(m_plan));
-    }
-    remember(cache, digest, m_keys);
-    return Status::success();
+    return m_backend->write(marker, QByteArray());
 }
 
 Status CurrentStore::runs(QStringList* runs)

@@ -40,6 +40,9 @@ public:
     Orv::Repository::Status openKeys(const KeyRequest& request,
                                      Orv::Repository::CurrentCache* cache = nullptr);
 
+    // Makes sure the storage's list of plans names this one.
+    Orv::Repository::Status markPlan();
+
     // The runs with a manifest, oldest first.
     Orv::Repository::Status runs(QStringList* runs);
     // The object into the sink, rewound for reading.
