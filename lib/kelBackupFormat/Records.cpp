@@ -11,6 +11,12 @@ namespace Kel::Archive {
 
 namespace {
 
+// The largest key derivation a stored record may ask for: 128 MiB and about
+// 64 times the work of the parameters written today.
+constexpr quint64 kMaxScryptN = quint64(1) << 20;
+constexpr quint32 kMaxScryptR = 16;
+constexpr quint32 kMaxScryptP = 16;
+
 constexpr char kPointMagic[] = "ORP1";
 constexpr int kFormatVersion = 1;
 
@@ -182,7 +188,11 @@ bool GenerationRecord::decode(const QByteArray& bytes, GenerationRecord* record)
         record->salt = bytesOf(kdf.value("salt"));
         record->sealedKeys = bytesOf(o.value("keys"));
         record->hint = bytesOf(o.value("hint"));
-        ok = ok && keyBytes(record->algorithm) > 0 && kdf.value("name").toString() == "scrypt";
+        // A record from the storage must not make us derive with parameters
+        // that take gigabytes or hours: far above what we write, refused.
+        ok = ok && keyBytes(record->algorithm) > 0 && kdf.value("name").toString() == "scrypt" &&
+             record->kdf.n <= kMaxScryptN && record->kdf.r <= kMaxScryptR &&
+             record->kdf.p <= kMaxScryptP;
     }
     return ok && !record->id.isEmpty();
 }

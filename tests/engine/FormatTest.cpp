@@ -140,6 +140,12 @@ TEST(Format, GenerationKeysOpenOnlyWithTheirPassword)
         EXPECT_EQ(back.hint, QByteArray("hint"));
         EXPECT_FALSE(record.encode().contains(keys.dataKey.toBase64())) << "keys sealed";
     }
+    // A record asking for a derivation of 64 GiB is refused before any is tried.
+    KeySet keys;
+    GenerationRecord greedy = GenerationRecord::create("g", "b", "aes-256", "s", "", true, &keys);
+    GenerationRecord back;
+    greedy.kdf.n = quint64(1) << 28;
+    EXPECT_FALSE(GenerationRecord::decode(greedy.encode(), &back));
     KeySet none;
     const GenerationRecord plain = GenerationRecord::create("g", "b", "", "", "", false, &none);
     EXPECT_FALSE(plain.encrypted());
