@@ -233,6 +233,9 @@ QByteArray ManifestHeader::encode() const
     if (!planName.isEmpty()) {
         o.insert("plan", planName);
     }
+    if (!base.isEmpty()) {
+        o.insert("base", base);
+    }
     if (full) {
         o.insert("full", true);
     }
@@ -245,6 +248,7 @@ bool ManifestHeader::decode(const QByteArray& bytes, ManifestHeader* header)
     const QJsonObject o = QJsonDocument::fromJson(bytes, &error).object();
     header->run = o.value("run").toString();
     header->planName = o.value("plan").toString();
+    header->base = o.value("base").toString();
     header->full = o.value("full").toBool();
     header->start = QDateTime::fromString(o.value("start").toString(), Qt::ISODateWithMs);
     header->end = QDateTime::fromString(o.value("end").toString(), Qt::ISODateWithMs);

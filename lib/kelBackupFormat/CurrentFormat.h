@@ -22,7 +22,9 @@ namespace Kel::Archive {
 // file version is an object of its own, found from the file's path alone:
 //   cbf/<plan>/keys                          the plan's keys (a generation
 //                                            record sealed under the password)
-//   cbf/<plan>/manifests/<run>               a run's commit: every entry then
+//   cbf/<plan>/manifests/<run>               a run's commit: every entry then,
+//                                            or what changed since the run
+//                                            before (ManifestHeader::base)
 //   cbf/<plan>/files/<path key>/@<run>       one version of one file
 //   cbf/<plan>/retention/<run>               the versions the retention of
 //                                            that run removed, written
@@ -118,6 +120,10 @@ struct ManifestEntry
 struct ManifestHeader
 {
     QString run;
+    // Empty for a manifest that lists every entry; else the run whose
+    // manifest this one changes: it lists only the entries that are new or
+    // changed since that run, and the paths that are gone (a delta).
+    QString base;
     QString planName;
     // A run that stored every file whole (the first one, or forced full).
     bool full = false;
@@ -188,6 +194,13 @@ private:
     quint64 m_index = 0;
     bool m_last = false;
     bool m_encrypted = false;
+};
+
+// What a record of a delta manifest says of its path.
+enum class DeltaRecord : quint8
+{
+    Entry = 0,   // the path's entry in this run
+    Removed = 1, // the base had the path, this run has not
 };
 
 // Reads only the clear header of a manifest object.

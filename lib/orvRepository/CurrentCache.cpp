@@ -201,6 +201,55 @@ bool CurrentCache::forEach(const std::function<bool(const ManifestEntry&)>& call
     return ok;
 }
 
+namespace {
+
+// The run's rows that the last entries do not have as they are, and the
+// last entries' paths the run has not, in one list by path.
+const char* const kChanges =
+    "SELECT path, entry FROM run WHERE NOT EXISTS "
+    "(SELECT 1 FROM last WHERE last.path=run.path AND last.entry=run.entry) "
+    "UNION ALL SELECT path, NULL FROM last WHERE NOT EXISTS "
+    "(SELECT 1 FROM run WHERE run.path=last.path)";
+
+} // namespace
+
+quint64 CurrentCache::entries()
+{
+    std::lock_guard lock(m_mutex);
+    sqlite3_stmt* s = prepare("SELECT COUNT(*) FROM run");
+    const quint64 count = sqlite3_step(s) == SQLITE_ROW ? quint64(sqlite3_column_int64(s, 0)) : 0;
+    sqlite3_finalize(s);
+    return count;
+}
+
+quint64 CurrentCache::changes()
+{
+    std::lock_guard lock(m_mutex);
+    sqlite3_stmt* s = prepare((QByteArray("SELECT COUNT(*) FROM (") + kChanges + ")").constData());
+    const quint64 count = sqlite3_step(s) == SQLITE_ROW ? quint64(sqlite3_column_int64(s, 0)) : 0;
+    sqlite3_finalize(s);
+    return count;
+}
+
+bool CurrentCache::forEachChange(
+    const std::function<bool(const QByteArray&, const ManifestEntry*)>& callback)
+{
+    std::lock_guard lock(m_mutex);
+    sqlite3_stmt* s = prepare((QByteArray(kChanges) + " ORDER BY 1").constData());
+    bool ok = true;
+    ManifestEntry entry;
+    while (ok && sqlite3_step(s) == SQLITE_ROW) {
+        if (sqlite3_column_type(s, 1) == SQLITE_NULL) {
+            ok = callback(columnBytes(s, 0), nullptr);
+        } else {
+            ok = ManifestEntry::decode(columnBytes(s, 1), &entry) &&
+                 callback(columnBytes(s, 0), &entry);
+        }
+    }
+    sqlite3_finalize(s);
+    return ok;
+}
+
 void CurrentCache::promote(const QString& run)
 {
     std::lock_guard lock(m_mutex);

@@ -52,6 +52,15 @@ public:
     // The run's entries in byte order of their paths, until the callback
     // says false.
     bool forEach(const std::function<bool(const Kel::Archive::ManifestEntry&)>& callback);
+    // How many entries the run has, and how many differ from the last
+    // entries (new, changed, or gone).
+    quint64 entries();
+    quint64 changes();
+    // The run's differences from the last entries in byte order of their
+    // paths: each new or changed entry, and each path gone (entry null),
+    // until the callback says false.
+    bool forEachChange(
+        const std::function<bool(const QByteArray&, const Kel::Archive::ManifestEntry*)>& callback);
     // The run's manifest is stored: its entries become the last ones.
     void promote(const QString& run);
 

@@ -553,6 +553,23 @@ Status syncCache(CurrentStore& store, CurrentCache& cache, const QString& newest
     return status;
 }
 
+// Every this many runs a manifest lists every entry; the runs between list
+// what changed since the run before, so that a run that changed little
+// stores little. Reading a run then reads at most this many manifests.
+constexpr int kFullManifestEvery = 8;
+
+// The run the new manifest is a delta on, or empty for a whole manifest:
+// whole for the first run, a forced full run, every kFullManifestEvery
+// runs, and when a quarter of the entries or more changed.
+QString deltaBase(CurrentCache& cache, const QStringList& runs, bool forceFull)
+{
+    if (forceFull || runs.isEmpty() || runs.size() % kFullManifestEvery == 0 ||
+        cache.manifest() != runs.last()) {
+        return QString();
+    }
+    return cache.changes() * 4 < cache.entries() ? runs.last() : QString();
+}
+
 Status writeManifest(CurrentStore& store, CurrentCache& cache, const RunDescription& d,
                      const Kel::Archive::ManifestHeader& header, quint64* uploaded)
 {
@@ -566,14 +583,27 @@ Status writeManifest(CurrentStore& store, CurrentCache& cache, const RunDescript
     Kel::Archive::PieceWriter writer(&file, store.keys(), d.compression, name, header.encode());
     QByteArray piece;
     bool written = true;
-    cache.forEach([&](const ManifestEntry& entry) {
-        Kel::Archive::ByteWriter(&piece).bytes(entry.encode());
+    const auto flushPiece = [&] {
         if (piece.size() >= kManifestPiece) {
             written = written && writer.write(piece, false);
             piece.clear();
         }
         return written;
-    });
+    };
+    if (header.base.isEmpty()) {
+        cache.forEach([&](const ManifestEntry& entry) {
+            Kel::Archive::ByteWriter(&piece).bytes(entry.encode());
+            return flushPiece();
+        });
+    } else {
+        cache.forEachChange([&](const QByteArray& path, const ManifestEntry* entry) {
+            Kel::Archive::ByteWriter w(&piece);
+            w.byte(quint8(entry ? Kel::Archive::DeltaRecord::Entry
+                                : Kel::Archive::DeltaRecord::Removed));
+            w.bytes(entry ? entry->encode() : path);
+            return flushPiece();
+        });
+    }
     written = written && writer.write(piece, true) && file.flush();
     if (!written) {
         return failure(QStringLiteral("Cannot write a temporary file: %1").arg(file.errorString()));
@@ -666,6 +696,7 @@ RunResult CurrentArchiver::run()
     }
     Kel::Archive::ManifestHeader header;
     header.run = run;
+    header.base = deltaBase(*cache, runs, m_description.forceFull);
     header.planName = m_description.planName;
     header.full = result.full;
     header.start = start;

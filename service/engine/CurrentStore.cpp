@@ -143,42 +143,152 @@ Status CurrentStore::fetch(const QString& name, QIODevice* sink)
     return status;
 }
 
+namespace {
+
+// One manifest object read record by record: a whole manifest's entries, or
+// a delta's entries and removed paths, in path order.
+class ManifestStream
+{
+public:
+    ManifestStream(CurrentStore& store, const QString& run) : m_store(store), m_run(run) {}
+
+    // Fetches the object and reads its header.
+    Status open(ManifestHeader* header)
+    {
+        if (!m_file.open()) {
+            return failure(
+                QStringLiteral("Cannot make a temporary file: %1").arg(m_file.errorString()));
+        }
+        const QString name = m_store.layout().manifest(m_store.plan(), m_run);
+        const Status status = m_store.fetch(name, &m_file);
+        if (!status.ok()) {
+            return status;
+        }
+        m_reader = std::make_unique<Kel::Archive::PieceReader>(&m_file, m_store.keys(), name);
+        QByteArray clear;
+        if (!m_reader->start(&clear) || !ManifestHeader::decode(clear, header)) {
+            return damaged();
+        }
+        m_delta = !header->base.isEmpty();
+        return Status::success();
+    }
+
+    // The next record into *entry (*removed for a path a delta drops); false
+    // at the end, or with *status set when the object is damaged.
+    bool next(ManifestEntry* entry, bool* removed, Status* status)
+    {
+        while (!m_records || m_records->atEnd()) {
+            if (m_reader->atEnd()) {
+                return false;
+            }
+            if (!m_reader->next(&m_piece)) {
+                *status = failure(QStringLiteral("The manifest of the run %1 is damaged or "
+                                                 "sealed under other keys.")
+                                      .arg(m_run));
+                return false;
+            }
+            m_records = std::make_unique<Kel::Archive::ByteReader>(m_piece);
+        }
+        const quint8 kind = m_delta ? m_records->byte() : quint8(Kel::Archive::DeltaRecord::Entry);
+        const QByteArray bytes = m_records->bytes();
+        *removed = kind == quint8(Kel::Archive::DeltaRecord::Removed);
+        bool ok = m_records->ok() && (*removed || kind == quint8(Kel::Archive::DeltaRecord::Entry));
+        if (*removed) {
+            entry->path = bytes;
+        } else {
+            ok = ok && ManifestEntry::decode(bytes, entry);
+        }
+        if (!ok) {
+            *status = damaged();
+        }
+        return ok;
+    }
+
+private:
+    Status damaged() const
+    {
+        return failure(QStringLiteral("The manifest of the run %1 is damaged.").arg(m_run));
+    }
+
+    CurrentStore& m_store;
+    QString m_run;
+    QTemporaryFile m_file;
+    std::unique_ptr<Kel::Archive::PieceReader> m_reader;
+    QByteArray m_piece;
+    std::unique_ptr<Kel::Archive::ByteReader> m_records;
+    bool m_delta = false;
+};
+
+// A chain longer than this is no chain the archiver writes.
+constexpr int kMaxManifestChain = 64;
+
+} // namespace
+
+// A whole manifest is read as it is. A delta is read with the manifests it
+// builds on, back to a whole one, merged by path: the newest record of a
+// path decides, and a removal hides the path.
 Status CurrentStore::readManifest(const QString& run, ManifestHeader* header,
                                   const std::function<bool(const ManifestEntry&)>& callback)
 {
-    QTemporaryFile file;
-    if (!file.open()) {
-        return failure(QStringLiteral("Cannot make a temporary file: %1").arg(file.errorString()));
-    }
-    const QString name = m_layout.manifest(m_plan, run);
-    Status status = fetch(name, &file);
-    if (!status.ok()) {
-        return status;
-    }
-    Kel::Archive::PieceReader reader(&file, m_keys, name);
-    QByteArray clear;
-    if (!reader.start(&clear) || !ManifestHeader::decode(clear, header)) {
-        return failure(QStringLiteral("The manifest of the run %1 is damaged.").arg(run));
-    }
-    QByteArray piece;
-    while (!reader.atEnd()) {
-        if (!reader.next(&piece)) {
-            return failure(QStringLiteral("The manifest of the run %1 is damaged or sealed under "
-                                          "other keys.")
-                               .arg(run));
+    std::vector<std::unique_ptr<ManifestStream>> chain;
+    QString next = run;
+    while (!next.isEmpty()) {
+        if (int(chain.size()) == kMaxManifestChain) {
+            return failure(
+                QStringLiteral("The manifest of the run %1 builds on too many others.").arg(run));
         }
-        Kel::Archive::ByteReader r(piece);
-        while (!r.atEnd()) {
-            ManifestEntry entry;
-            if (!ManifestEntry::decode(r.bytes(), &entry)) {
-                return failure(QStringLiteral("The manifest of the run %1 is damaged.").arg(run));
-            }
-            if (!callback(entry)) {
-                return Status::success();
+        chain.push_back(std::make_unique<ManifestStream>(*this, next));
+        ManifestHeader read;
+        const Status status = chain.back()->open(&read);
+        if (!status.ok()) {
+            return status;
+        }
+        if (chain.size() == 1) {
+            *header = read;
+        }
+        next = read.base;
+    }
+
+    struct Head
+    {
+        ManifestEntry entry;
+        bool removed = false;
+        bool valid = false;
+    };
+    std::vector<Head> heads(chain.size());
+    Status status = Status::success();
+    const auto advance = [&](std::size_t i) {
+        heads[i].valid = chain[i]->next(&heads[i].entry, &heads[i].removed, &status);
+    };
+    for (std::size_t i = 0; i < chain.size(); ++i) {
+        advance(i);
+    }
+    for (;;) {
+        if (!status.ok()) {
+            return status;
+        }
+        // The smallest path among the heads; the newest stream holding it
+        // (the lowest index) decides.
+        int decides = -1;
+        for (std::size_t i = 0; i < heads.size(); ++i) {
+            if (heads[i].valid &&
+                (decides < 0 || heads[i].entry.path < heads[std::size_t(decides)].entry.path)) {
+                decides = int(i);
             }
         }
+        if (decides < 0) {
+            return Status::success();
+        }
+        const Head chosen = heads[std::size_t(decides)];
+        for (std::size_t i = std::size_t(decides); i < heads.size(); ++i) {
+            if (heads[i].valid && heads[i].entry.path == chosen.entry.path) {
+                advance(i);
+            }
+        }
+        if (!chosen.removed && !callback(chosen.entry)) {
+            return Status::success();
+        }
     }
-    return Status::success();
 }
 
 } // namespace Orv::Engine

@@ -273,6 +273,14 @@ TEST_P(CurrentFormatTest, EveryRunComesBackAtItsPointInTime)
         }
         EXPECT_EQ(unchanged.filesRead, 0u);
         EXPECT_LT(unchanged.bytesUploaded, 16u * 1024) << "the manifest alone";
+        if (GetParam() == Storage::Folder) {
+            const QFileInfoList manifests =
+                QDir(dir.filePath("storage/host1/cbf/" + d.planId + "/manifests"))
+                    .entryInfoList(QDir::Files, QDir::Name);
+            ASSERT_EQ(manifests.size(), 2);
+            EXPECT_LT(manifests.at(1).size() * 4, manifests.at(0).size())
+                << "a run that changed nothing stores an empty delta";
+        }
 
         clock = clock.addSecs(1800);
         writeFile(source + "/new\nline", "changed through the hard link");
