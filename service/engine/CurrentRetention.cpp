@@ -301,9 +301,13 @@ Status CurrentRetention::decide(const QString& run, const QStringList& runs, qui
 }
 
 // Version objects of runs before this one that have no manifest: those runs
-// were cut off or failed, since a plan runs one run at a time.
+// were cut off or failed, since a plan runs one run at a time. Only runs
+// that started a day or more ago: the same plan started on another machine
+// (a configuration imported there) may be uploading right now, and its
+// versions must not vanish under its manifest.
 Status CurrentRetention::sweep(const QString& run, const QStringList& runs, quint64* removed)
 {
+    const QDateTime settled = m_description.now().addDays(-1);
     const QString prefix = m_store.layout().plan(m_store.plan()) + QStringLiteral("files/");
     QList<Kel::Cloud::ObjectInfo> objects;
     Status status = m_store.backend().list(prefix, &objects);
@@ -314,7 +318,9 @@ Status CurrentRetention::sweep(const QString& run, const QStringList& runs, quin
     for (const auto& object : std::as_const(objects)) {
         const int at = object.name.lastIndexOf(QStringLiteral("/@"));
         const QString owner = at < 0 ? QString() : object.name.mid(at + 2);
-        if (owner.isEmpty() || owner >= run || committed.contains(owner)) {
+        const QDateTime started = CurrentLayout::runTime(owner);
+        if (owner.isEmpty() || owner >= run || committed.contains(owner) || !started.isValid() ||
+            started > settled) {
             continue;
         }
         status = m_store.backend().remove(object.name);
@@ -358,8 +364,14 @@ Status CurrentRetention::apply(const QString& run, const QStringList& runs, Remo
         status = sweep(run, runs, &removed->leftovers);
     }
     if (status.ok()) {
+        // A run cut off less than a day ago keeps its mark: its objects are
+        // swept by a later run.
+        const QDateTime settled = m_description.now().addDays(-1);
         for (const QString& other : std::as_const(interrupted)) {
-            m_index->removePending(other);
+            const QDateTime started = CurrentLayout::runTime(other);
+            if (!started.isValid() || started <= settled) {
+                m_index->removePending(other);
+            }
         }
     }
     m_index->removePending(run);

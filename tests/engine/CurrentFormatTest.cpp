@@ -529,12 +529,15 @@ TEST_P(CurrentFaultTest, RetentionKeepsWhatThePolicySaysAndRestoresStayTruthful)
     step(10);
     ASSERT_EQ(stored(plan).versions.count(notes), 3);
 
-    // What a run cut off five days ago left, and what a run going on
-    // elsewhere has stored so far.
+    // What a run cut off five days ago left, and what runs going on
+    // elsewhere have stored so far: one that started after this one, one
+    // that started an hour before it.
     const QString cutOff = Kel::Archive::Layout::newId(clock.addDays(5));
     const QString going = Kel::Archive::Layout::newId(clock.addDays(11));
+    const QString started = Kel::Archive::Layout::newId(clock.addDays(10).addSecs(-3600));
     ASSERT_TRUE(QFile::copy(notes + "/@" + points.at(2), notes + "/@" + cutOff));
     ASSERT_TRUE(QFile::copy(notes + "/@" + points.at(2), notes + "/@" + going));
+    ASSERT_TRUE(QFile::copy(notes + "/@" + points.at(2), notes + "/@" + started));
 
     d.versions.keep = 2;
     d.versions.deletedAfterDays = 5;
@@ -549,9 +552,10 @@ TEST_P(CurrentFaultTest, RetentionKeepsWhatThePolicySaysAndRestoresStayTruthful)
     const Stored after = stored(plan);
     QStringList kept = after.versions.values(notes);
     kept.sort();
-    EXPECT_EQ(kept, (QStringList{points.at(1), points.at(2), going}));
+    EXPECT_EQ(kept, (QStringList{points.at(1), points.at(2), started, going}));
     for (auto it = after.versions.cbegin(); it != after.versions.cend(); ++it) {
-        EXPECT_TRUE(it.value() == going || after.manifests.contains(it.value()))
+        EXPECT_TRUE(it.value() == going || it.value() == started ||
+                    after.manifests.contains(it.value()))
             << it.key().toStdString();
     }
     EXPECT_TRUE(QFile::exists(plan + "/retention/" + pruned.point));
@@ -642,7 +646,11 @@ TEST_P(CurrentFaultTest, KilledRunsLeaveEveryEarlierRunRestorable)
     }
     EXPECT_EQ(killed, rounds);
 
+    // A day later the killed runs' objects are swept; not before, since
+    // such a run might be another machine's still going.
     writeFile(source + "/after", "after the kills");
+    const QDateTime later = QDateTime::currentDateTimeUtc().addDays(2);
+    d.now = [later] { return later; };
     const RunResult last = backup(d);
     ASSERT_EQ(last.outcome, RunResult::Outcome::Success) << last.message.toStdString();
     EXPECT_EQ(last.filesRead, 1u);
