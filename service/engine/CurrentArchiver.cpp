@@ -640,8 +640,17 @@ RunResult CurrentArchiver::run()
     if (status.ok()) {
         status = store.runs(&runs);
     }
+    // A newest run that cannot be read (damaged, or a manifest it builds on
+    // gone) must not stop every later run: this one stores every file again
+    // under a whole manifest, and says why.
+    QString unreadable;
     if (status.ok()) {
         status = syncCache(store, *cache, runs.isEmpty() ? QString() : runs.last());
+        if (status.error == Kel::Cloud::Operation::Error::Unknown ||
+            status.error == Kel::Cloud::Operation::Error::ObjectNotFound) {
+            unreadable = status.message;
+            status = Status::success();
+        }
     }
     if (!status.ok()) {
         result.message = status.message;
@@ -673,6 +682,13 @@ RunResult CurrentArchiver::run()
         files = visitor.files - quint64(uploader.warnings);
         bytes = visitor.bytes;
         result.problems = visitor.problems + uploader.problems;
+        if (!unreadable.isEmpty()) {
+            ++warnings;
+            result.problems.prepend(
+                QStringLiteral("The newest run could not be read, so every file was stored "
+                               "again: %1")
+                    .arg(unreadable));
+        }
     }
     if (status.ok() && m_stop) {
         status = failure(QStringLiteral("The backup was stopped."));

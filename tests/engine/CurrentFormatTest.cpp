@@ -475,6 +475,21 @@ TEST_P(CurrentFaultTest, ASourceOutOfReachKeepsItsVersions)
     const RestoreResult r = restore(d, to);
     ASSERT_TRUE(r.ok) << r.message.toStdString() << r.failed.join('\n').toStdString();
     EXPECT_EQ(describe(restored(to)), before);
+
+    // The whole manifest the newest run builds on is lost, and the cache
+    // with it: the next run stores everything again instead of failing.
+    const QString manifests = dir.filePath("storage/host1/cbf/" + d.planId + "/manifests");
+    const QStringList runs = QDir(manifests).entryList(QDir::Files, QDir::Name);
+    ASSERT_EQ(runs.size(), 2);
+    ASSERT_TRUE(QFile::remove(manifests + "/" + runs.first()));
+    ASSERT_TRUE(QDir(location.cacheFolder).removeRecursively());
+    clock = clock.addDays(1);
+    const RunResult again = backup(d);
+    EXPECT_EQ(again.outcome, RunResult::Outcome::Warning) << again.message.toStdString();
+    EXPECT_TRUE(again.problems.join('\n').contains("could not be read"));
+    const QByteArray anew = out("anew");
+    ASSERT_TRUE(restore(d, anew).ok);
+    EXPECT_EQ(describe(restored(anew)), describe(source));
 }
 
 // The objects of one plan below the storage folder: every version object by
