@@ -80,7 +80,7 @@ Cache::~Cache()
 
 bool Cache::exec(const char* sql)
 {
-    return sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+    return Sqlite::exec(m_db, sql);
 }
 
 sqlite3_stmt* Cache::prepare(const char* sql)

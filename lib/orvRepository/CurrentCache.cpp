@@ -56,14 +56,12 @@ CurrentCache::~CurrentCache()
 
 bool CurrentCache::exec(const char* sql)
 {
-    return sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+    return Sqlite::exec(m_db, sql);
 }
 
 sqlite3_stmt* CurrentCache::prepare(const char* sql)
 {
-    sqlite3_stmt* s = nullptr;
-    sqlite3_prepare_v2(m_db, sql, -1, &s, nullptr);
-    return s;
+    return Sqlite::prepare(m_db, sql);
 }
 
 QByteArray CurrentCache::value(const char* key)

@@ -65,14 +65,12 @@ CurrentVersions::~CurrentVersions()
 
 bool CurrentVersions::exec(const char* sql)
 {
-    return sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+    return Sqlite::exec(m_db, sql);
 }
 
 sqlite3_stmt* CurrentVersions::prepare(const char* sql)
 {
-    sqlite3_stmt* s = nullptr;
-    sqlite3_prepare_v2(m_db, sql, -1, &s, nullptr);
-    return s;
+    return Sqlite::prepare(m_db, sql);
 }
 
 QStringList CurrentVersions::texts(const char* sql)
@@ -103,18 +101,12 @@ QStringList CurrentVersions::pending()
 
 void CurrentVersions::addPending(const QString& run)
 {
-    sqlite3_stmt* s = prepare("INSERT OR IGNORE INTO pending(run) VALUES(?1)");
-    bindText(s, 1, run);
-    sqlite3_step(s);
-    sqlite3_finalize(s);
+    runWithText(m_db, "INSERT OR IGNORE INTO pending(run) VALUES(?1)", run);
 }
 
 void CurrentVersions::removePending(const QString& run)
 {
-    sqlite3_stmt* s = prepare("DELETE FROM pending WHERE run=?1");
-    bindText(s, 1, run);
-    sqlite3_step(s);
-    sqlite3_finalize(s);
+    runWithText(m_db, "DELETE FROM pending WHERE run=?1", run);
 }
 
 QSet<QString> CurrentVersions::manifests()
@@ -154,10 +146,7 @@ void CurrentVersions::addEntry(const QString& run, const ManifestEntry& entry,
 
 void CurrentVersions::addManifest(const QString& run)
 {
-    sqlite3_stmt* s = prepare("INSERT OR IGNORE INTO manifests(run) VALUES(?1)");
-    bindText(s, 1, run);
-    sqlite3_step(s);
-    sqlite3_finalize(s);
+    runWithText(m_db, "INSERT OR IGNORE INTO manifests(run) VALUES(?1)", run);
 }
 
 QSet<QString> CurrentVersions::records()
@@ -173,18 +162,12 @@ QStringList CurrentVersions::unfinishedRecords()
 
 void CurrentVersions::addRecord(const QString& run)
 {
-    sqlite3_stmt* s = prepare("INSERT OR IGNORE INTO records(run, done) VALUES(?1, 0)");
-    bindText(s, 1, run);
-    sqlite3_step(s);
-    sqlite3_finalize(s);
+    runWithText(m_db, "INSERT OR IGNORE INTO records(run, done) VALUES(?1, 0)", run);
 }
 
 void CurrentVersions::finishRecord(const QString& run)
 {
-    sqlite3_stmt* s = prepare("UPDATE records SET done=1 WHERE run=?1");
-    bindText(s, 1, run);
-    sqlite3_step(s);
-    sqlite3_finalize(s);
+    runWithText(m_db, "UPDATE records SET done=1 WHERE run=?1", run);
 }
 
 void CurrentVersions::markRemoved(const QString& record, const QString& name)

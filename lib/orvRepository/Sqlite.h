@@ -1,5 +1,5 @@
 #pragma once
-// The few SQLite pieces both local caches use.
+// The few SQLite pieces the local caches use.
 
 #include <QByteArray>
 #include <QDir>
@@ -36,6 +36,27 @@ inline QByteArray columnBytes(sqlite3_stmt* s, int column)
 {
     return QByteArray(static_cast<const char*>(sqlite3_column_blob(s, column)),
                       sqlite3_column_bytes(s, column));
+}
+
+inline bool exec(sqlite3* db, const char* sql)
+{
+    return sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+inline sqlite3_stmt* prepare(sqlite3* db, const char* sql)
+{
+    sqlite3_stmt* s = nullptr;
+    sqlite3_prepare_v2(db, sql, -1, &s, nullptr);
+    return s;
+}
+
+// Runs one statement that takes one text parameter and returns no rows.
+inline void runWithText(sqlite3* db, const char* sql, const QString& text)
+{
+    sqlite3_stmt* s = prepare(db, sql);
+    bindText(s, 1, text);
+    sqlite3_step(s);
+    sqlite3_finalize(s);
 }
 
 // Opens (creating) the database file and its folder for one thread at a
